@@ -1,0 +1,12 @@
+/*
+ * Version reports.
+ */
+#include "clidriver/clidriver.h"
+
+/* Camera type codes and their paired codes, for the rest of the camera software; this library
+ * only exports the table. */
+CliCamType gastCamTypeList[3] = {
+    {0x02012A00u, 0xA006u},
+    {0x02012A01u, 0xA008u},
+    {0x02012A02u, 0xA007u},
+};

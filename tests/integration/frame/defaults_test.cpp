@@ -1,4 +1,4 @@
-// Every default of the fixed command list, called through libclidriver.so.
+// Every default of the fixed command list, called through libclidriver.so on the simulated camera.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -7,17 +7,14 @@
 #include <type_traits>
 #include <vector>
 
-#include "capture.h"
 #include "clidriver/clidriver.h"
-#include "diag_line.h"
-#include "print_sink_double.h"
+#include "core/clock.h"
+#include "sim_fixture.h"
 
 namespace
 {
 
-using clitest::capture_output;
-using clitest::parse_diag_line;
-using clitest::printed;
+using clitest::Call;
 
 // Calls a default with every argument zero (the defaults ignore their arguments) and returns its
 // status, or 0 for the three defaults that return nothing.
@@ -55,10 +52,8 @@ int row_line(const std::string &name)
     return -1;
 }
 
-class Defaults : public ::testing::Test
+class Defaults : public clitest::SimTest
 {
-  protected:
-    void SetUp() override { printed().clear(); }
 };
 
 TEST_F(Defaults, TheListHas145Commands)
@@ -74,137 +69,140 @@ TEST_F(Defaults, EveryStandardDefaultAnswersUnsupportUnderItsOwnName)
             continue;
         ++standard;
         SCOPED_TRACE(row.name);
-        printed().clear();
-        long result = -1;
-        const auto io = capture_output([&] { result = row.call(); });
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(io.out, "");
-        EXPECT_EQ(io.err, "");
-        ASSERT_EQ(printed().size(), 1u);
-        const auto line = parse_diag_line(printed()[0]);
-        ASSERT_TRUE(line.has_value()) << printed()[0];
-        EXPECT_EQ(line->level, " INFO");
-        EXPECT_EQ(line->function, std::string("__") + row.name);
-        EXPECT_EQ(line->file, "cli_weak_libfun.cpp");
-        EXPECT_EQ(line->line, row_line(row.name));
-        EXPECT_EQ(line->text, "unsupport this function\n");
+        const Call call = run([&] { return row.call(); });
+        EXPECT_EQ(call.status, 0);
+        EXPECT_EQ(call.out, "");
+        EXPECT_EQ(call.err, "");
+        ASSERT_EQ(call.lines.size(), 1u);
+        EXPECT_EQ(call.lines[0].level, " INFO");
+        EXPECT_EQ(call.lines[0].function, std::string("__") + row.name);
+        EXPECT_EQ(call.lines[0].file, "cli_weak_libfun.cpp");
+        EXPECT_EQ(call.lines[0].line, row_line(row.name));
+        EXPECT_EQ(call.lines[0].text, "unsupport this function\n");
+        EXPECT_EQ(call.journal.size(), 1u) << "a default touches nothing but the print sink";
+        EXPECT_EQ(call.waited, 0);
     }
     EXPECT_EQ(standard, 141u);
 }
 
 TEST_F(Defaults, OneDefaultLineExactly)
 {
-    clitest::set_wall_clock({1795138150, 42});
-    __CLI_GetRawData();
-    ASSERT_EQ(printed().size(), 1u);
+    sim::clock().advance(42 * sim::kMicrosecond);
+    const Call call = run([] { return __CLI_GetRawData(); });
+    ASSERT_EQ(call.printed.size(), 1u);
     char expected[256];
     snprintf(expected, sizeof expected,
-             "2026-11-20 01:29:10 000042 cli_weak_libfun.cpp @fun:__CLI_GetRawData              "
+             "2026-11-20 08:00:00 000042 cli_weak_libfun.cpp @fun:__CLI_GetRawData              "
              "line:%-6d--[ INFO]unsupport this function\n",
              row_line("CLI_GetRawData"));
-    EXPECT_EQ(printed()[0], expected);
+    EXPECT_EQ(call.printed[0], expected);
 }
 
 TEST_F(Defaults, DefaultOnlyCommandRunsTheDefaultThroughItsPublicName)
 {
-    const auto io = capture_output([] { EXPECT_EQ(CLI_GetRawData(), 0); });
-    ASSERT_EQ(printed().size(), 1u);
-    EXPECT_EQ(parse_diag_line(printed()[0])->function, "__CLI_GetRawData");
-    EXPECT_EQ(io.out + io.err, "");
+    const Call call = run([] { return CLI_GetRawData(); });
+    EXPECT_EQ(call.status, 0);
+    EXPECT_EQ(call.messages(), std::vector<std::string>{" INFO __CLI_GetRawData: unsupport this function"});
+    EXPECT_EQ(call.out + call.err, "");
 }
 
 TEST_F(Defaults, LongDefaultNamesArePrintedWhole)
 {
-    __Systest_Cli_AudioAutotestOpen();
-    __Systest_Cli_AudioAutotestGetStatus();
-    ASSERT_EQ(printed().size(), 2u);
-    EXPECT_NE(printed()[0].find("@fun:__Systest_Cli_AudioAutotestOpenline:"), std::string::npos);
-    EXPECT_NE(printed()[1].find("@fun:__Systest_Cli_AudioAutotestGetStatusline:"), std::string::npos);
+    const Call call = run([] {
+        __Systest_Cli_AudioAutotestOpen();
+        __Systest_Cli_AudioAutotestGetStatus();
+    });
+    ASSERT_EQ(call.printed.size(), 2u);
+    EXPECT_NE(call.printed[0].find("@fun:__Systest_Cli_AudioAutotestOpenline:"), std::string::npos);
+    EXPECT_NE(call.printed[1].find("@fun:__Systest_Cli_AudioAutotestGetStatusline:"), std::string::npos);
 }
 
 TEST_F(Defaults, FlashTypeDefaultSaysNandAndStoresZero)
 {
     uint32_t type = 77;
-    const auto io = capture_output([&] { EXPECT_EQ(__CLI_GetFlashType(&type), 0u); });
+    const Call call = run([&] { return __CLI_GetFlashType(&type); });
+    EXPECT_EQ(call.status, 0);
     EXPECT_EQ(type, 0u);
-    ASSERT_EQ(printed().size(), 1u);
-    const auto line = parse_diag_line(printed()[0]);
-    EXPECT_EQ(line->level, " INFO");
-    EXPECT_EQ(line->function, "__CLI_GetFlashType");
-    EXPECT_EQ(line->text, "defautl set flash type: nand\n");
-    EXPECT_EQ(io.out + io.err, "");
+    EXPECT_EQ(call.messages(),
+              std::vector<std::string>{" INFO __CLI_GetFlashType: defautl set flash type: nand"});
+    EXPECT_EQ(call.out + call.err, "");
 }
 
 TEST_F(Defaults, AlarmPortDefaultIsTwoInputsAndOneOutput)
 {
     uint32_t in = 0, out = 0;
-    const auto io = capture_output([&] { EXPECT_EQ(__CLI_GetAlarmPortNum(&in, &out), 0u); });
+    const Call call = run([&] { return __CLI_GetAlarmPortNum(&in, &out); });
+    EXPECT_EQ(call.status, 0);
     EXPECT_EQ(in, 2u);
     EXPECT_EQ(out, 1u);
-    EXPECT_TRUE(printed().empty());
-    EXPECT_EQ(io.out + io.err, "");
+    EXPECT_TRUE(call.printed.empty());
+    EXPECT_EQ(call.out + call.err, "");
 }
 
 TEST_F(Defaults, AlarmPortDefaultWithOneNullPointerWritesNothing)
 {
     uint32_t in = 55, out = 66;
-    EXPECT_EQ(__CLI_GetAlarmPortNum(&in, nullptr), 1u);
-    EXPECT_EQ(__CLI_GetAlarmPortNum(nullptr, &out), 1u);
+    const Call first = run([&] { return __CLI_GetAlarmPortNum(&in, nullptr); });
+    const Call second = run([&] { return __CLI_GetAlarmPortNum(nullptr, &out); });
+    EXPECT_EQ(first.status, 1);
+    EXPECT_EQ(second.status, 1);
     EXPECT_EQ(in, 55u);
     EXPECT_EQ(out, 66u);
-    ASSERT_EQ(printed().size(), 2u);
-    for (const auto &raw : printed()) {
-        const auto line = parse_diag_line(raw);
-        EXPECT_EQ(line->level, " INFO");
-        EXPECT_EQ(line->function, "__CLI_GetAlarmPortNum");
-        EXPECT_EQ(line->text, "NULL alm in/out num pointer\n");
-    }
+    for (const Call *call : {&first, &second})
+        EXPECT_EQ(call->messages(),
+                  std::vector<std::string>{" INFO __CLI_GetAlarmPortNum: NULL alm in/out num pointer"});
 }
 
 TEST_F(Defaults, HeatCtrlBoardToSlotMapsBoardToTheGivenSlot)
 {
     uint32_t slot = 0;
-    EXPECT_EQ(CLI_HeatCtrlBoardToSlot(9, 4, &slot), 0u);
-    EXPECT_EQ(slot, 4u);
-    EXPECT_EQ(__CLI_HeatCtrlBoardToSlot(1, 0xABCDu, &slot), 0u);
-    EXPECT_EQ(slot, 0xABCDu);
-    EXPECT_EQ(CLI_HeatCtrlBoardToSlot(1, 2, nullptr), 0u);
-    EXPECT_TRUE(printed().empty());
+    const Call call = run([&] {
+        EXPECT_EQ(CLI_HeatCtrlBoardToSlot(9, 4, &slot), 0u);
+        EXPECT_EQ(slot, 4u);
+        EXPECT_EQ(__CLI_HeatCtrlBoardToSlot(1, 0xABCDu, &slot), 0u);
+        EXPECT_EQ(slot, 0xABCDu);
+        EXPECT_EQ(CLI_HeatCtrlBoardToSlot(1, 2, nullptr), 0u);
+    });
+    EXPECT_TRUE(call.printed.empty());
 }
 
 TEST_F(Defaults, SysEmmcDiskNumDefaultIsSilent)
 {
-    const auto io = capture_output([] { __CLI_GetSysEmmcDiskNum(); });
-    EXPECT_TRUE(printed().empty());
-    EXPECT_EQ(io.out + io.err, "");
+    const Call call = run([] { __CLI_GetSysEmmcDiskNum(); });
+    EXPECT_TRUE(call.printed.empty());
+    EXPECT_EQ(call.out + call.err, "");
 }
 
 TEST_F(Defaults, DefaultsWithoutAResultStillSayUnsupport)
 {
-    __CLI_EncodeInit();
-    __CLI_SetCtrlBoard485BaudRata(115200);
-    ASSERT_EQ(printed().size(), 2u);
-    EXPECT_EQ(parse_diag_line(printed()[0])->function, "__CLI_EncodeInit");
-    EXPECT_EQ(parse_diag_line(printed()[1])->function, "__CLI_SetCtrlBoard485BaudRata");
-    EXPECT_EQ(parse_diag_line(printed()[1])->text, "unsupport this function\n");
+    const Call call = run([] {
+        __CLI_EncodeInit();
+        __CLI_SetCtrlBoard485BaudRata(115200);
+    });
+    EXPECT_EQ(call.messages(),
+              (std::vector<std::string>{" INFO __CLI_EncodeInit: unsupport this function",
+                                        " INFO __CLI_SetCtrlBoard485BaudRata: unsupport this function"}));
 }
 
 TEST_F(Defaults, TreadnDefaultIgnoresItsArgumentsAndSucceeds)
 {
     char buffer[4] = {};
-    EXPECT_EQ(__CLI_Treadn(-1, 4, timeval{1, 0}, buffer), 0u);
-    ASSERT_EQ(printed().size(), 1u);
-    EXPECT_EQ(parse_diag_line(printed()[0])->function, "__CLI_Treadn");
+    const Call call = run([&] { return __CLI_Treadn(-1, 4, timeval{1, 0}, buffer); });
+    EXPECT_EQ(call.status, 0);
+    EXPECT_EQ(call.messages(), std::vector<std::string>{" INFO __CLI_Treadn: unsupport this function"});
+    EXPECT_EQ(call.waited, 0);
 }
 
 TEST_F(Defaults, PlatformInitIsStrongSilentAndSucceeds)
 {
-    const auto io = capture_output([] { EXPECT_EQ(CLI_PlatformInit(), 0); });
-    EXPECT_TRUE(printed().empty());
-    EXPECT_EQ(io.out + io.err, "");
-    __CLI_PlatformInit();
-    ASSERT_EQ(printed().size(), 1u) << "the default stays callable under its own name";
-    EXPECT_EQ(parse_diag_line(printed()[0])->function, "__CLI_PlatformInit");
+    const Call strong = run([] { return CLI_PlatformInit(); });
+    EXPECT_EQ(strong.status, 0);
+    EXPECT_TRUE(strong.printed.empty());
+    EXPECT_EQ(strong.out + strong.err, "");
+    const Call fallback = run([] { return __CLI_PlatformInit(); });
+    EXPECT_EQ(fallback.messages(),
+              std::vector<std::string>{" INFO __CLI_PlatformInit: unsupport this function"})
+        << "the default stays callable under its own name";
 }
 
 TEST_F(Defaults, CamTypeTableHasItsThreeRows)

@@ -1,0 +1,98 @@
+// The simulated clock.
+//
+// sleep, usleep, nanosleep, alarm, gettimeofday and the time-outs of select on simulated serial
+// ports run on this clock, so a command that waits half a minute on the camera finishes in
+// milliseconds on the bench and a test can assert how much simulated time it spent.
+//
+// Time only moves when every participating thread is waiting on it: the test's own thread and
+// every thread the product creates (pthread_create is interposed to count them). It then jumps
+// to the earliest thing that can happen: a waiter's deadline, a peer with bytes to send, the
+// alarm. A waiter whose condition is met (a port became readable) wakes without time moving.
+// That keeps two product threads waiting at once (the RFID search beside the caller, the
+// parking-lamp flasher beside a command) deterministic.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <pthread.h>
+#include <vector>
+
+#include "core/time.h"
+
+namespace sim
+{
+
+// Something on the simulated timeline that acts at given times (a peer sending bytes, the
+// capture delivering packets). Called with the clock's lock held.
+class TimedSource
+{
+  public:
+    virtual ~TimedSource() = default;
+    virtual Nanos next_event() = 0;   // kNever when nothing is pending
+    virtual void fire(Nanos now) = 0; // do what is due at `now`
+};
+
+enum class WaitEnd { Ready, Deadline, Interrupted };
+
+class Clock
+{
+  public:
+    Nanos now() const { return now_.load(); } // safe with or without the lock held
+    // Wall-clock seconds since 1970 at simulated time 0.
+    int64_t boot_epoch() const;
+    // Back to boot: time 0, no alarm, no sources, the calling thread the only participant.
+    void reset(int64_t boot_epoch_seconds);
+
+    // A thread is about to start that takes part in simulated time / has ended.
+    void join();
+    void leave();
+
+    // Blocks the calling participant until `deadline` or until `ready()` holds. `ready` is
+    // evaluated with the clock's lock held and must not call back into the clock. A pending
+    // alarm interrupts the wait of the thread that set it, which then receives SIGALRM.
+    WaitEnd wait(Nanos deadline, const std::function<bool()> &ready = nullptr);
+
+    // Lets simulated time pass for the calling thread, as a sleep would (tests and the shell).
+    void advance(Nanos duration) { wait(now() + duration); }
+
+    void add_source(TimedSource *source);
+    void remove_source(TimedSource *source);
+
+    // alarm(seconds): returns the seconds left of the previous alarm (0 if none).
+    unsigned set_alarm(unsigned seconds);
+
+    // Runs `action` with the clock's lock held (for state that sources also touch).
+    template <typename F> auto locked(F &&action)
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return action();
+    }
+    std::mutex &mutex() { return mutex_; }
+
+  private:
+    struct Waiter {
+        pthread_t thread;
+        Nanos deadline;
+        bool interrupted = false;
+    };
+
+    void fire_due_locked();
+    Nanos next_moment_locked() const;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::atomic<Nanos> now_{0}; // written under the lock, read without it
+    int64_t boot_epoch_ = kDefaultBootEpochSeconds;
+    int participants_ = 1;
+    std::vector<Waiter *> waiters_;
+    std::vector<TimedSource *> sources_;
+    Nanos alarm_at_ = kNever;
+    pthread_t alarm_thread_{};
+    uint64_t generation_ = 0; // bumps on every change, to tell progress from a stall
+};
+
+Clock &clock();
+
+} // namespace sim

@@ -1,0 +1,178 @@
+#include "devices/chardev.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+
+#include "core/descriptors.h"
+#include "core/journal.h"
+#include "core/real.h"
+
+namespace sim
+{
+
+const char *const kCameraDevices[] = {"/dev/cpld_drv", "/dev/NetUsrDrv", "/dev/gpioDev", "/dev/motor",
+                                      "/dev/ecompass", "/dev/gyro",      nullptr};
+
+IoctlAnswer IoctlAnswer::word(uint32_t value, int result_)
+{
+    return words({value}, result_);
+}
+
+IoctlAnswer IoctlAnswer::words(const std::vector<uint32_t> &values, int result_)
+{
+    IoctlAnswer answer;
+    answer.result = result_;
+    answer.out.resize(values.size() * 4);
+    memcpy(answer.out.data(), values.data(), answer.out.size());
+    return answer;
+}
+
+Devices &devices()
+{
+    static Devices *instance = new Devices;
+    return *instance;
+}
+
+void Devices::reset()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    devices_.clear();
+    for (const char *const *path = kCameraDevices; *path != nullptr; ++path)
+        devices_[*path] = DeviceScript{};
+}
+
+DeviceScript &Devices::script(const std::string &path)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    auto [it, added] = devices_.try_emplace(path);
+    if (added || !it->second.present)
+        it->second.present = true;
+    return it->second;
+}
+
+bool Devices::simulated(const std::string &path) const
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return devices_.count(path) != 0;
+}
+
+int Devices::open(const std::string &path, int flags)
+{
+    int err = 0;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        const DeviceScript &device = devices_.at(path);
+        err = !device.present ? ENOENT : device.open_errno;
+    }
+    int fd = -1;
+    if (err == 0) {
+        fd = real::open("/dev/null", (flags & O_ACCMODE) | O_CLOEXEC);
+        if (fd < 0)
+            err = errno;
+        else
+            descriptors().track(fd, FdKind::Device, path);
+    }
+    Entry entry;
+    entry.kind = Kind::Open;
+    entry.name = path;
+    entry.values = {flags};
+    entry.result = fd;
+    entry.err = err;
+    entry.text =
+        "open " + path + (fd >= 0 ? " -> fd " + std::to_string(fd) : " -> " + std::string(strerror(err)));
+    journal().add(entry);
+    if (fd < 0)
+        errno = err;
+    return fd;
+}
+
+int Devices::ioctl(int fd, unsigned long request, uintptr_t argument)
+{
+    const auto owner = descriptors().owner(fd);
+    IoctlCall call;
+    call.device = owner ? owner->what : "?";
+    call.request = request;
+    call.argument = argument;
+    IoctlAnswer answer = IoctlAnswer::fail(ENOTTY); // what a driver says to a request it lacks
+    size_t arg_size = 0;
+    IoctlHandler handler;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        auto device = devices_.find(call.device);
+        if (device != devices_.end()) {
+            auto found = device->second.requests.find(request);
+            if (found != device->second.requests.end()) {
+                RequestScript &script = found->second;
+                arg_size = script.arg_size;
+                const int number = ++script.calls;
+                if (auto fixed = script.on_call.find(number); fixed != script.on_call.end()) {
+                    answer = fixed->second;
+                } else if (!script.sequence.empty()) {
+                    answer = script.sequence.front();
+                    script.sequence.pop_front();
+                } else if (script.handler) {
+                    handler = script.handler;
+                } else {
+                    answer = script.answer;
+                }
+            }
+        }
+    }
+    auto *pointer = reinterpret_cast<uint8_t *>(argument);
+    if (arg_size > 0 && pointer != nullptr)
+        call.in.assign(pointer, pointer + arg_size);
+    if (handler)
+        answer = handler(call);
+    if (!answer.out.empty() && pointer != nullptr)
+        memcpy(pointer, answer.out.data(),
+               arg_size > 0 ? std::min(arg_size, answer.out.size()) : answer.out.size());
+
+    Entry entry;
+    entry.kind = Kind::Ioctl;
+    entry.name = call.device;
+    entry.values = {static_cast<int64_t>(request), arg_size == 0 ? static_cast<int64_t>(argument) : 0};
+    entry.records.push_back(call.in);
+    if (arg_size > 0 && pointer != nullptr)
+        entry.records.emplace_back(pointer, pointer + arg_size);
+    entry.result = answer.result;
+    entry.err = answer.result < 0 ? answer.err : 0;
+    entry.text =
+        "ioctl " + call.device + " " + hex(request) +
+        (arg_size == 0 ? " arg " + std::to_string(argument) : " [" + hex_bytes(entry.records.back()) + "]") +
+        " -> " + std::to_string(answer.result);
+    journal().add(entry);
+    if (answer.result < 0)
+        errno = answer.err;
+    return answer.result;
+}
+
+void install_register_file(DeviceScript &device, std::shared_ptr<RegisterFile> file)
+{
+    const size_t size = file->record_words * 4;
+    auto word = [](const std::vector<uint8_t> &record, size_t index) {
+        uint32_t value = 0;
+        memcpy(&value, record.data() + index * 4, 4);
+        return value;
+    };
+    RequestScript read;
+    read.arg_size = size;
+    read.handler = [file, word](const IoctlCall &call) {
+        IoctlAnswer answer;
+        answer.out = call.in;
+        const uint32_t value =
+            (file->registers[word(call.in, file->index_word)] | file->read_back_or) & file->read_back_and;
+        memcpy(answer.out.data() + file->value_word * 4, &value, 4);
+        return answer;
+    };
+    RequestScript write;
+    write.arg_size = size;
+    write.handler = [file, word](const IoctlCall &call) {
+        file->registers[word(call.in, file->index_word)] = word(call.in, file->value_word);
+        return IoctlAnswer::ok();
+    };
+    device.requests[file->read_request] = read;
+    device.requests[file->write_request] = write;
+}
+
+} // namespace sim

@@ -1,0 +1,56 @@
+// The plain files the product reads (the factory version file, the EPON information file) and the
+// shell commands it runs through popen (lsusb, cat /proc/driver/sensortype). Contents come from
+// the scenario; the product gets real descriptors on in-memory files.
+#pragma once
+
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace sim
+{
+
+struct FileScript {
+    std::optional<std::string> content; // nullopt: the file does not exist
+    int open_errno = 0;                 // non-zero: opening fails with it
+};
+
+struct CommandScript {
+    std::string output;  // what the command writes on its standard output
+    int exit_status = 0; // its exit code, as pclose reports it (status << 8)
+    int popen_errno = 0; // non-zero: popen fails with it
+};
+
+class Files
+{
+  public:
+    void reset();
+    FileScript &file(const std::string &path);
+    CommandScript &command(const std::string &command);
+    bool simulated_file(const std::string &path) const;
+    bool simulated_command(const std::string &command) const;
+
+    int open(const std::string &path, int flags);
+    FILE *fopen(const std::string &path, const char *mode);
+    FILE *popen(const std::string &command, const char *mode);
+    // -1 when `stream` is not a simulated pipe; else its status, the stream closed.
+    std::optional<int> pclose(FILE *stream);
+
+  private:
+    mutable std::mutex mutex_;
+    std::map<std::string, FileScript> files_;
+    std::map<std::string, CommandScript> commands_;
+    std::map<FILE *, std::string> pipes_;
+};
+
+Files &files();
+
+// A readable descriptor holding `content`, positioned at its start (an in-memory file).
+int memory_file(const std::string &name, const std::string &content);
+
+extern const char *const kCameraFiles[];
+extern const char *const kCameraCommands[];
+
+} // namespace sim

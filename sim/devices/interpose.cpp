@@ -1,0 +1,366 @@
+// The libc and libpcap entry points the simulated camera takes over. Each one looks at what it
+// is asked for: a camera path, a simulated descriptor, a fixed command, the Wi-Fi interface, a
+// wait; anything else goes to the real function untouched.
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/wireless.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "core/clock.h"
+#include "core/descriptors.h"
+#include "core/journal.h"
+#include "core/real.h"
+#include "core/sim.h"
+#include "devices/capture.h"
+#include "devices/chardev.h"
+#include "devices/files.h"
+#include "devices/serial.h"
+#include "devices/wireless.h"
+
+using namespace sim;
+
+namespace
+{
+
+int open_path(const char *path, int flags, mode_t mode)
+{
+    if (active() && path != nullptr) {
+        if (serial_ports().simulated(path))
+            return serial_ports().open(path, flags);
+        if (devices().simulated(path))
+            return devices().open(path, flags);
+        if (files().simulated_file(path))
+            return files().open(path, flags);
+    }
+    return real::open(path, flags, mode);
+}
+
+int mode_argument(int flags, va_list args)
+{
+    return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(args, int) : 0;
+}
+
+void journal_close(const FdOwner &owner, int fd)
+{
+    if (owner.kind == FdKind::Socket)
+        return;
+    Entry entry;
+    entry.kind = Kind::Close;
+    entry.name = owner.what;
+    entry.values = {fd};
+    entry.text = "close " + owner.what + " fd " + std::to_string(fd);
+    journal().add(entry);
+}
+
+// Forgets a simulated descriptor that is being closed.
+void closing(int fd)
+{
+    if (descriptors().kind(fd) == FdKind::None)
+        return;
+    if (descriptors().kind(fd) == FdKind::Port) {
+        if (Port *port = serial_ports().port_of_fd(fd))
+            port->product_closed(fd);
+    }
+    if (auto owner = descriptors().forget(fd))
+        journal_close(*owner, fd);
+}
+
+int sleep_for(Nanos duration, Nanos *left)
+{
+    Entry entry;
+    entry.kind = Kind::Sleep;
+    entry.name = "sleep";
+    entry.values = {duration};
+    entry.text = "sleep " + std::to_string(duration / kMillisecond) + " ms";
+    journal().add(entry);
+    const Nanos deadline = sim::clock().now() + duration;
+    const WaitEnd end = sim::clock().wait(deadline);
+    if (left != nullptr)
+        *left = end == WaitEnd::Interrupted ? std::max<Nanos>(0, deadline - sim::clock().now()) : 0;
+    return end == WaitEnd::Interrupted ? -1 : 0;
+}
+
+} // namespace
+
+extern "C" {
+
+int open(const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
+    va_end(args);
+    return open_path(path, flags, mode);
+}
+
+int open64(const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
+    va_end(args);
+    return open_path(path, flags | O_LARGEFILE, mode);
+}
+
+int openat(int dirfd, const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
+    va_end(args);
+    if (path[0] == '/' || dirfd == AT_FDCWD)
+        return open_path(path, flags, mode);
+    return static_cast<int>(syscall(SYS_openat, dirfd, path, flags, mode));
+}
+
+int openat64(int dirfd, const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
+    va_end(args);
+    if (path[0] == '/' || dirfd == AT_FDCWD)
+        return open_path(path, flags | O_LARGEFILE, mode);
+    return static_cast<int>(syscall(SYS_openat, dirfd, path, flags | O_LARGEFILE, mode));
+}
+
+// The fortified forms of open that _FORTIFY_SOURCE builds call.
+int __open_2(const char *path, int flags)
+{
+    return open_path(path, flags, 0);
+}
+
+int __open64_2(const char *path, int flags)
+{
+    return open_path(path, flags | O_LARGEFILE, 0);
+}
+
+// glibc's fopen opens files without going through open, so it is taken over as well.
+FILE *fopen(const char *path, const char *mode)
+{
+    if (active() && files().simulated_file(path))
+        return files().fopen(path, mode);
+    return real::fopen(path, mode);
+}
+
+FILE *fopen64(const char *path, const char *mode)
+{
+    return fopen(path, mode);
+}
+
+int fclose(FILE *stream)
+{
+    if (stream != nullptr)
+        closing(fileno(stream));
+    return real::fclose(stream);
+}
+
+int close(int fd)
+{
+    closing(fd);
+    return real::close(fd);
+}
+
+ssize_t write(int fd, const void *buffer, size_t count)
+{
+    const ssize_t written = real::write(fd, buffer, count);
+    if (written > 0 && descriptors().kind(fd) == FdKind::Port) {
+        if (Port *port = serial_ports().port_of_fd(fd))
+            port->product_wrote(static_cast<size_t>(written));
+    }
+    return written;
+}
+
+int ioctl(int fd, unsigned long request, ...)
+{
+    va_list args;
+    va_start(args, request);
+    void *argument = va_arg(args, void *);
+    va_end(args);
+    if (active()) {
+        if (request == SIOCSIWFREQ)
+            return wireless().set_frequency(fd, argument);
+        if (descriptors().kind(fd) == FdKind::Device)
+            return devices().ioctl(fd, request, reinterpret_cast<uintptr_t>(argument));
+    }
+    return real::ioctl(fd, request, argument);
+}
+
+// A select on a simulated serial port waits on the simulated clock: until the port has bytes to
+// read (its peer sent them, at the simulated time it chose) or the time-out passes.
+int select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds, struct timeval *timeout)
+{
+    bool on_port = false;
+    if (active() && readfds != nullptr) {
+        for (int fd = 0; fd < nfds && fd < FD_SETSIZE; ++fd)
+            if (FD_ISSET(fd, readfds) && descriptors().kind(fd) == FdKind::Port)
+                on_port = true;
+    }
+    if (!on_port)
+        return real::select(nfds, readfds, writefds, exceptfds, timeout);
+
+    std::vector<pollfd> watched;
+    for (int fd = 0; fd < nfds && fd < FD_SETSIZE; ++fd)
+        if (FD_ISSET(fd, readfds))
+            watched.push_back(pollfd{fd, POLLIN, 0});
+    const Nanos start = sim::clock().now();
+    const Nanos deadline = timeout == nullptr ? kNever
+                                              : start + static_cast<Nanos>(timeout->tv_sec) * kSecond +
+                                                    timeout->tv_usec * kMicrosecond;
+    const WaitEnd end = sim::clock().wait(deadline, [&] {
+        for (pollfd &probe : watched)
+            probe.revents = 0;
+        return poll(watched.data(), watched.size(), 0) > 0;
+    });
+    if (timeout != nullptr) { // Linux leaves the time not slept in the time-out
+        const Nanos left = std::max<Nanos>(0, deadline - sim::clock().now());
+        timeout->tv_sec = static_cast<time_t>(left / kSecond);
+        timeout->tv_usec = static_cast<suseconds_t>((left % kSecond) / kMicrosecond);
+    }
+    if (end == WaitEnd::Interrupted) {
+        errno = EINTR;
+        return -1;
+    }
+    struct timeval now_only = {0, 0};
+    return real::select(nfds, readfds, writefds, exceptfds, &now_only);
+}
+
+FILE *popen(const char *command, const char *mode)
+{
+    if (active() && command != nullptr && files().simulated_command(command))
+        return files().popen(command, mode);
+    return real::popen(command, mode);
+}
+
+int pclose(FILE *stream)
+{
+    if (auto status = files().pclose(stream))
+        return *status;
+    return real::pclose(stream);
+}
+
+int socket(int domain, int type, int protocol)
+{
+    if (active() && domain == AF_INET && (type & 0xF) == SOCK_DGRAM) {
+        if (const int err = wireless().socket_errno()) {
+            errno = err;
+            return -1;
+        }
+    }
+    return real::socket(domain, type, protocol);
+}
+
+int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg)
+{
+    if (!active())
+        return real::pthread_create(thread, attr, start, arg);
+    return threads().create(thread, attr, start, arg);
+}
+
+unsigned int sleep(unsigned int seconds)
+{
+    if (!active())
+        return real::sleep(seconds);
+    Nanos left = 0;
+    sleep_for(static_cast<Nanos>(seconds) * kSecond, &left);
+    return static_cast<unsigned>((left + kSecond - 1) / kSecond);
+}
+
+int usleep(useconds_t microseconds)
+{
+    if (!active())
+        return real::usleep(microseconds);
+    if (sleep_for(static_cast<Nanos>(microseconds) * kMicrosecond, nullptr) != 0) {
+        errno = EINTR;
+        return -1;
+    }
+    return 0;
+}
+
+int nanosleep(const struct timespec *wanted, struct timespec *left)
+{
+    if (!active())
+        return real::nanosleep(wanted, left);
+    if (wanted == nullptr || wanted->tv_nsec < 0 || wanted->tv_nsec >= kSecond) {
+        errno = EINVAL;
+        return -1;
+    }
+    Nanos remaining = 0;
+    if (sleep_for(static_cast<Nanos>(wanted->tv_sec) * kSecond + wanted->tv_nsec, &remaining) != 0) {
+        if (left != nullptr) {
+            left->tv_sec = static_cast<time_t>(remaining / kSecond);
+            left->tv_nsec = static_cast<long>(remaining % kSecond);
+        }
+        errno = EINTR;
+        return -1;
+    }
+    return 0;
+}
+
+unsigned int alarm(unsigned int seconds)
+{
+    if (!active())
+        return real::alarm(seconds);
+    Entry entry;
+    entry.kind = Kind::Alarm;
+    entry.name = "alarm";
+    entry.values = {seconds};
+    entry.text = "alarm(" + std::to_string(seconds) + ")";
+    journal().add(entry);
+    return sim::clock().set_alarm(seconds);
+}
+
+int gettimeofday(struct timeval *tv, void *tz)
+{
+    if (!active())
+        return real::gettimeofday(tv, tz);
+    const Nanos now = sim::clock().now();
+    tv->tv_sec = static_cast<time_t>(sim::clock().boot_epoch() + now / kSecond);
+    tv->tv_usec = static_cast<suseconds_t>((now % kSecond) / kMicrosecond);
+    return 0;
+}
+
+pcap_t *pcap_open_live(const char *device, int snaplen, int promisc, int to_ms, char *errbuf)
+{
+    if (active() && capture().simulated_interface(device))
+        return capture().open_live(device, snaplen, promisc, to_ms, errbuf);
+    return real::pcap_open_live(device, snaplen, promisc, to_ms, errbuf);
+}
+
+int pcap_compile(pcap_t *handle, struct bpf_program *program, const char *filter, int optimize,
+                 bpf_u_int32 netmask)
+{
+    if (capture().simulated(handle))
+        return capture().compile(handle, program, filter, optimize, netmask);
+    return real::pcap_compile(handle, program, filter, optimize, netmask);
+}
+
+int pcap_setfilter(pcap_t *handle, struct bpf_program *program)
+{
+    if (capture().simulated(handle))
+        return capture().setfilter(handle, program);
+    return real::pcap_setfilter(handle, program);
+}
+
+int pcap_dispatch(pcap_t *handle, int count, pcap_handler callback, u_char *user)
+{
+    if (capture().simulated(handle))
+        return capture().dispatch(handle, count, callback, user);
+    return real::pcap_dispatch(handle, count, callback, user);
+}
+
+void pcap_close(pcap_t *handle)
+{
+    if (capture().simulated(handle))
+        capture().close(handle);
+    else
+        real::pcap_close(handle);
+}
+
+} // extern "C"

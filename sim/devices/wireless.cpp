@@ -1,0 +1,133 @@
+#include "devices/wireless.h"
+
+#include <cerrno>
+#include <cstring>
+#include <linux/wireless.h>
+
+#include "core/clock.h"
+#include "core/journal.h"
+#include "core/real.h"
+
+namespace sim
+{
+
+Wireless &wireless()
+{
+    static Wireless *instance = new Wireless;
+    return *instance;
+}
+
+void Wireless::reset()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    script_ = WirelessScript{};
+}
+
+WirelessScript &Wireless::script()
+{
+    return script_;
+}
+
+int Wireless::socket_errno()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return script_.socket_errno;
+}
+
+int Wireless::set_frequency(int fd, void *request)
+{
+    (void)fd;
+    auto *iw = static_cast<struct iwreq *>(request);
+    char name[IFNAMSIZ + 1] = {};
+    memcpy(name, iw->ifr_name, IFNAMSIZ);
+    const int channel = iw->u.freq.m;
+    int err = 0;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        if (script_.interface != name) {
+            err = ENODEV;
+        } else if (!script_.channel_errnos.empty()) {
+            err = script_.channel_errnos.front();
+            script_.channel_errnos.pop_front();
+        }
+    }
+    Entry entry;
+    entry.kind = Kind::SocketIoctl;
+    entry.name = name;
+    entry.values = {channel, iw->u.freq.e, iw->u.freq.i, iw->u.freq.flags};
+    entry.result = err == 0 ? 0 : -1;
+    entry.err = err;
+    entry.text = "SIOCSIWFREQ " + std::string(name) + " channel " + std::to_string(channel) +
+                 (err == 0 ? " -> 0" : " -> " + std::string(strerror(err)));
+    journal().add(entry);
+    if (err != 0) {
+        errno = err;
+        return -1;
+    }
+    return 0;
+}
+
+Threads &threads()
+{
+    static Threads *instance = new Threads;
+    return *instance;
+}
+
+void Threads::reset()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    script_ = ThreadScript{};
+}
+
+ThreadScript &Threads::script()
+{
+    return script_;
+}
+
+namespace
+{
+struct Start {
+    void *(*function)(void *);
+    void *argument;
+};
+
+// Runs a product thread as a participant of simulated time until it returns.
+void *participant(void *raw)
+{
+    Start start = *static_cast<Start *>(raw);
+    delete static_cast<Start *>(raw);
+    void *result = start.function(start.argument);
+    clock().leave();
+    return result;
+}
+} // namespace
+
+int Threads::create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg)
+{
+    int err = 0;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        if (script_.fail_next > 0) {
+            --script_.fail_next;
+            err = script_.err;
+        }
+    }
+    if (err == 0) {
+        clock().join(); // counted before it runs, so time cannot slip past its first wait
+        auto *how = new Start{start, arg};
+        err = real::pthread_create(thread, attr, participant, how);
+        if (err != 0) {
+            delete how;
+            clock().leave();
+        }
+    }
+    Entry entry;
+    entry.kind = Kind::Thread;
+    entry.name = "pthread_create";
+    entry.result = err;
+    entry.text = "pthread_create -> " + std::to_string(err);
+    journal().add(entry);
+    return err;
+}
+
+} // namespace sim

@@ -1,0 +1,54 @@
+// The Wi-Fi interface's wireless-extensions channel request (SIOCSIWFREQ on a datagram socket)
+// and the start of product threads, both with failures on demand.
+#pragma once
+
+#include <deque>
+#include <mutex>
+#include <string>
+
+namespace sim
+{
+
+struct WirelessScript {
+    std::string interface = "wlan0"; // the only interface whose channel can be set
+    std::deque<int> channel_errnos;  // errno for each coming request, 0 = success; then success
+    int socket_errno = 0;            // non-zero: socket(AF_INET, SOCK_DGRAM) fails with it
+};
+
+class Wireless
+{
+  public:
+    void reset();
+    WirelessScript &script();
+    // socket(AF_INET, SOCK_DGRAM, ...): the errno to fail with, or 0.
+    int socket_errno();
+    // The SIOCSIWFREQ request on any socket; `request` points at a struct iwreq.
+    int set_frequency(int fd, void *request);
+
+  private:
+    std::mutex mutex_;
+    WirelessScript script_;
+};
+
+Wireless &wireless();
+
+struct ThreadScript {
+    int fail_next = 0; // this many coming pthread_create calls fail
+    int err = 11;      // with this error (EAGAIN)
+};
+
+class Threads
+{
+  public:
+    void reset();
+    ThreadScript &script();
+    int create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg);
+
+  private:
+    std::mutex mutex_;
+    ThreadScript script_;
+};
+
+Threads &threads();
+
+} // namespace sim

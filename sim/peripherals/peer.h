@@ -1,0 +1,76 @@
+// Peripherals on the far end of a simulated serial port.
+//
+// A peer sees what the product writes, at the simulated time it was written, and decides what to
+// send back and when. Everything it sends goes out at simulated times the peer chooses; the port
+// delivers it only while the product has the port open (a closed UART drops what arrives).
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "core/time.h"
+
+namespace sim
+{
+
+// What a peer can see of its line.
+class PortLine
+{
+  public:
+    virtual ~PortLine() = default;
+    virtual const std::string &path() const = 0;
+    virtual unsigned baud() const = 0;        // the speed the product set (termios), e.g. 9600
+    virtual bool open_by_product() const = 0; // whether anything would receive bytes now
+};
+
+class Peer
+{
+  public:
+    virtual ~Peer() = default;
+    void attach(PortLine *line) { line_ = line; }
+
+    // The product wrote `bytes`; `now` is the simulated time the write completed.
+    virtual void receive(const std::vector<uint8_t> &bytes, Nanos now) = 0;
+    // When this peer next has bytes to send (kNever: nothing pending).
+    virtual Nanos next_send() = 0;
+    // The bytes due at `now` (called once next_send() <= now).
+    virtual std::vector<uint8_t> take(Nanos now) = 0;
+
+    virtual void product_opened(Nanos now) { (void)now; }
+    virtual void product_closed(Nanos now) { (void)now; }
+    // True once the peer has hung up the line.
+    virtual bool hung_up() const { return false; }
+
+  protected:
+    PortLine *line_ = nullptr;
+};
+
+// A peer that queues what it sends on a timeline; most peripherals build on it.
+class QueuedPeer : public Peer
+{
+  public:
+    Nanos next_send() override;
+    std::vector<uint8_t> take(Nanos now) override;
+
+  protected:
+    // Sends `bytes` at `when`.
+    void send_at(Nanos when, std::vector<uint8_t> bytes);
+    // Sends `bytes` starting at `start` at the line's speed (10 bits a byte), `chunk` bytes at a
+    // time, as a UART's receive interrupts would hand them over. Returns when the last byte is out.
+    Nanos send_at_line_rate(Nanos start, const std::vector<uint8_t> &bytes, size_t chunk = 16);
+    // Time one byte takes on the line at `baud` (8N1: ten bits).
+    static Nanos byte_time(unsigned baud);
+    void drop_queue() { queue_.clear(); }
+    bool queue_empty() const { return queue_.empty(); }
+
+  private:
+    struct Pending {
+        Nanos when;
+        std::vector<uint8_t> bytes;
+    };
+    std::deque<Pending> queue_; // kept in time order
+};
+
+} // namespace sim

@@ -1,0 +1,402 @@
+// Reads sim/scenarios/*.toml. The schema, with an example per section, is in
+// sim/scenarios/README.md.
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "peripherals/scripted_peer.h"
+#include "scenario/scenario.h"
+#include "scenario/section.h"
+
+namespace sim
+{
+namespace
+{
+
+std::vector<uint8_t> words_to_bytes(const std::vector<int64_t> &words)
+{
+    std::vector<uint8_t> bytes(words.size() * 4);
+    for (size_t i = 0; i < words.size(); ++i) {
+        const uint32_t word = static_cast<uint32_t>(words[i]);
+        memcpy(bytes.data() + i * 4, &word, 4);
+    }
+    return bytes;
+}
+
+// Bytes given as `KEY` (hex or array), `KEY_text` (characters as they are) or, for records,
+// `words` (32-bit little-endian words).
+std::optional<std::vector<uint8_t>> payload(const Section &section, const std::string &key)
+{
+    if (auto bytes = section.bytes(key))
+        return bytes;
+    if (auto text = section.string(key + "_text"))
+        return std::vector<uint8_t>(text->begin(), text->end());
+    return std::nullopt;
+}
+
+std::string read_text(const Section &section, std::string_view key, const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        section.fail(key, "cannot read " + path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void read_camera(const Section &camera, Scenario &scenario)
+{
+    camera.only({"name", "product_type", "boot_epoch"});
+    if (auto type = camera.integer("product_type"))
+        scenario.product_type = static_cast<uint32_t>(*type);
+    if (auto epoch = camera.integer("boot_epoch"))
+        scenario.boot_epoch = *epoch;
+}
+
+void read_platform(const Section &platform, Scenario &scenario)
+{
+    for (const auto &[key, value] : platform.raw()) {
+        const std::string name(key.str());
+        const auto &known = platform_operations();
+        if (std::find(known.begin(), known.end(), name) == known.end())
+            platform.fail_at(value, name, "not an operation of the camera platform");
+        const auto op = platform.table(name);
+        if (name == "drv_GetAlarmCnt") {
+            op->only({"inputs", "outputs"});
+            CliAlarmCount count{};
+            count.ulInputs = static_cast<uint32_t>(op->integer("inputs").value_or(0));
+            count.ulOutputs = static_cast<uint32_t>(op->integer("outputs").value_or(0));
+            scenario.alarm_count = count;
+            continue;
+        }
+        op->only({"result", "results", "words", "text", "bytes"});
+        OpScript script;
+        if (auto result = op->integer("result"))
+            script.result = *result;
+        if (auto results = op->integers("results"))
+            script.sequence.assign(results->begin(), results->end());
+        if (auto words = op->integers("words"))
+            script.out = words_to_bytes(*words);
+        if (auto text = op->string("text")) {
+            script.out.assign(text->begin(), text->end());
+            script.out.push_back(0);
+        }
+        if (auto bytes = op->bytes("bytes"))
+            script.out = *bytes;
+        scenario.platform[name] = script;
+    }
+}
+
+void read_files(const Section &files, Scenario &scenario)
+{
+    for (const auto &[key, value] : files.raw()) {
+        const std::string path(key.str());
+        FileScript file;
+        if (value.is_string()) {
+            file.content = *value.value<std::string>();
+        } else {
+            const auto entry = files.table(path);
+            entry->only({"content", "from", "absent", "open_errno"});
+            if (auto content = entry->string("content"))
+                file.content = *content;
+            if (auto from = entry->file_path("from"))
+                file.content = read_text(*entry, "from", *from);
+            if (entry->boolean("absent").value_or(false))
+                file.content.reset();
+            file.open_errno = entry->error_number("open_errno").value_or(0);
+        }
+        scenario.files[path] = file;
+    }
+}
+
+void read_commands(const Section &commands, Scenario &scenario)
+{
+    for (const auto &[key, value] : commands.raw()) {
+        const std::string command(key.str());
+        CommandScript script;
+        if (value.is_string()) {
+            script.output = *value.value<std::string>();
+        } else {
+            const auto entry = commands.table(command);
+            entry->only({"output", "from", "status", "fail"});
+            script.output = entry->string("output").value_or("");
+            if (auto from = entry->file_path("from"))
+                script.output = read_text(*entry, "from", *from);
+            script.exit_status = static_cast<int>(entry->integer("status").value_or(0));
+            script.popen_errno = entry->error_number("fail").value_or(0);
+        }
+        scenario.commands[command] = script;
+    }
+}
+
+IoctlAnswer read_answer(const Section &answer)
+{
+    IoctlAnswer result;
+    result.result = static_cast<int>(answer.integer("result").value_or(0));
+    result.err = answer.error_number("errno").value_or(0);
+    if (answer.raw().contains("errno") && !answer.raw().contains("result"))
+        result.result = -1;
+    if (auto words = answer.integers("words"))
+        result.out = words_to_bytes(*words);
+    if (auto bytes = answer.bytes("bytes"))
+        result.out = *bytes;
+    return result;
+}
+
+void read_devices(const Section &devices, Scenario &scenario)
+{
+    for (const auto &[key, value] : devices.raw()) {
+        const std::string path(key.str());
+        const auto entry = devices.table(path);
+        entry->only({"absent", "open_errno", "request", "register_file"});
+        DeviceScript device;
+        device.present = !entry->boolean("absent").value_or(false);
+        device.open_errno = entry->error_number("open_errno").value_or(0);
+        for (const Section &request : entry->tables("request")) {
+            request.only({"number", "size", "result", "errno", "words", "bytes", "sequence"});
+            const auto number = request.integer("number");
+            if (!number)
+                request.fail("number", "every request needs its number");
+            RequestScript script;
+            script.arg_size = static_cast<size_t>(request.integer("size").value_or(0));
+            script.answer = read_answer(request);
+            for (const Section &step : request.tables("sequence")) {
+                step.only({"result", "errno", "words", "bytes"});
+                script.sequence.push_back(read_answer(step));
+            }
+            device.requests[static_cast<unsigned long>(*number)] = script;
+        }
+        if (auto registers = entry->table("register_file")) {
+            registers->only({"read", "write", "record_words", "index_word", "value_word", "registers",
+                             "read_back_or", "read_back_and"});
+            auto file = std::make_shared<RegisterFile>();
+            file->read_request = static_cast<unsigned long>(registers->integer("read").value_or(0));
+            file->write_request = static_cast<unsigned long>(registers->integer("write").value_or(0));
+            file->record_words = static_cast<size_t>(registers->integer("record_words").value_or(3));
+            file->index_word = static_cast<size_t>(registers->integer("index_word").value_or(1));
+            file->value_word = static_cast<size_t>(registers->integer("value_word").value_or(2));
+            file->read_back_or = static_cast<uint32_t>(registers->integer("read_back_or").value_or(0));
+            file->read_back_and =
+                static_cast<uint32_t>(registers->integer("read_back_and").value_or(0xFFFFFFFF));
+            const auto pairs = registers->integers("registers").value_or(std::vector<int64_t>{});
+            if (pairs.size() % 2 != 0)
+                registers->fail("registers", "expected register, value pairs");
+            for (size_t i = 0; i + 1 < pairs.size(); i += 2)
+                file->registers[static_cast<uint32_t>(pairs[i])] = static_cast<uint32_t>(pairs[i + 1]);
+            install_register_file(device, file);
+        }
+        scenario.devices[path] = device;
+    }
+}
+
+// The generic peer: rules, announcements and misbehaviour.
+MakePeer load_script_peer(const Section &port)
+{
+    port.only({"peer", "absent", "open_errno", "mode", "trickle_gap_ms", "garbage_every_ms", "garbage_chunk",
+               "garbage_seed", "hang_up_after", "hang_up_at_ms", "rule", "announce"});
+    std::vector<ScriptedPeer::Rule> rules;
+    for (const Section &rule : port.tables("rule")) {
+        rule.only({"when", "when_text", "answer", "answer_text", "delay_ms", "once"});
+        ScriptedPeer::Rule parsed;
+        auto when = payload(rule, "when");
+        if (!when || when->empty())
+            rule.fail("when", "a rule needs the bytes it answers (when or when_text)");
+        parsed.when = *when;
+        parsed.answer = payload(rule, "answer").value_or(std::vector<uint8_t>{});
+        parsed.delay = static_cast<Nanos>(rule.number("delay_ms").value_or(0) * kMillisecond);
+        parsed.once = rule.boolean("once").value_or(false);
+        rules.push_back(parsed);
+    }
+    std::vector<std::pair<Nanos, std::vector<uint8_t>>> announcements;
+    for (const Section &announce : port.tables("announce")) {
+        announce.only({"at_ms", "bytes", "bytes_text"});
+        auto bytes = payload(announce, "bytes");
+        if (!bytes)
+            announce.fail("bytes", "an announcement needs its bytes (bytes or bytes_text)");
+        announcements.emplace_back(static_cast<Nanos>(announce.number("at_ms").value_or(0) * kMillisecond),
+                                   *bytes);
+    }
+    const std::string mode = port.string("mode").value_or("normal");
+    ScriptedPeer::Mode parsed_mode = ScriptedPeer::Mode::Normal;
+    if (mode == "silent")
+        parsed_mode = ScriptedPeer::Mode::Silent;
+    else if (mode == "garbage")
+        parsed_mode = ScriptedPeer::Mode::Garbage;
+    else if (mode == "trickle")
+        parsed_mode = ScriptedPeer::Mode::Trickle;
+    else if (mode != "normal")
+        port.fail("mode", "expected normal, silent, garbage or trickle");
+    const Nanos trickle_gap = static_cast<Nanos>(port.number("trickle_gap_ms").value_or(100) * kMillisecond);
+    const Nanos garbage_every =
+        static_cast<Nanos>(port.number("garbage_every_ms").value_or(10) * kMillisecond);
+    const size_t garbage_chunk = static_cast<size_t>(port.integer("garbage_chunk").value_or(16));
+    const uint32_t garbage_seed = static_cast<uint32_t>(port.integer("garbage_seed").value_or(1));
+    const size_t hang_up_after = static_cast<size_t>(port.integer("hang_up_after").value_or(0));
+    const Nanos hang_up_at = port.raw().contains("hang_up_at_ms")
+                                 ? static_cast<Nanos>(*port.number("hang_up_at_ms") * kMillisecond)
+                                 : kNever;
+    return [=]() -> std::unique_ptr<Peer> {
+        auto peer = std::make_unique<ScriptedPeer>();
+        for (const auto &rule : rules)
+            peer->add_rule(rule);
+        for (const auto &[when, bytes] : announcements)
+            peer->announce(when, bytes);
+        peer->set_mode(parsed_mode);
+        peer->set_trickle_gap(trickle_gap);
+        if (parsed_mode == ScriptedPeer::Mode::Garbage)
+            peer->set_garbage(garbage_every, garbage_chunk, garbage_seed);
+        peer->hang_up_after(hang_up_after);
+        peer->hang_up_at(hang_up_at);
+        return peer;
+    };
+}
+
+void read_ports(const Section &ports, Scenario &scenario)
+{
+    for (const auto &[key, value] : ports.raw()) {
+        const std::string path(key.str());
+        const auto entry = ports.table(path);
+        PortScript port;
+        port.present = !entry->boolean("absent").value_or(false);
+        port.open_errno = entry->error_number("open_errno").value_or(0);
+        if (auto peer = entry->string("peer")) {
+            PeerLoader loader = find_peer_loader(*peer);
+            if (loader == nullptr) {
+                std::string names;
+                for (const std::string &name : peer_loader_names())
+                    names += (names.empty() ? "" : ", ") + name;
+                entry->fail("peer", "no peripheral called \"" + *peer + "\" (known: " + names + ")");
+            }
+            port.make_peer = loader(*entry);
+        } else {
+            entry->only({"absent", "open_errno"});
+        }
+        scenario.ports[path] = port;
+    }
+}
+
+void read_wifi(const Section &wifi, Scenario &scenario)
+{
+    wifi.only({"interface", "capture", "first_arrival_ms", "open_error", "fail_compile", "fail_setfilter",
+               "dispatch_errors", "channel_errors", "socket_errno"});
+    if (auto name = wifi.string("interface")) {
+        scenario.wireless.interface = *name;
+        scenario.capture.interface = *name;
+    }
+    if (auto file = wifi.file_path("capture")) {
+        if (!std::ifstream(*file))
+            wifi.fail("capture", "cannot read " + *file);
+        scenario.capture.file = *file;
+    }
+    scenario.capture.first_arrival =
+        static_cast<Nanos>(wifi.number("first_arrival_ms").value_or(0) * kMillisecond);
+    scenario.capture.open_error = wifi.string("open_error").value_or("");
+    scenario.capture.fail_compile = wifi.boolean("fail_compile").value_or(false);
+    scenario.capture.fail_setfilter = wifi.boolean("fail_setfilter").value_or(false);
+    for (int64_t result : wifi.integers("dispatch_errors").value_or(std::vector<int64_t>{}))
+        scenario.capture.dispatch_errors.push_back(static_cast<int>(result));
+    if (const toml::node *errors = wifi.raw().get("channel_errors")) {
+        const toml::array *array = errors->as_array();
+        if (array == nullptr)
+            wifi.fail_at(*errors, "channel_errors", "expected an array of errno names (0 for success)");
+        for (const toml::node &item : *array) {
+            if (item.is_integer()) {
+                scenario.wireless.channel_errnos.push_back(static_cast<int>(*item.value<int64_t>()));
+            } else if (auto number =
+                           item.is_string() ? errno_from_name(*item.value<std::string>()) : std::nullopt) {
+                scenario.wireless.channel_errnos.push_back(*number);
+            } else {
+                wifi.fail_at(item, "channel_errors", "expected an errno name such as \"EBUSY\" or 0");
+            }
+        }
+    }
+    scenario.wireless.socket_errno = wifi.error_number("socket_errno").value_or(0);
+}
+
+void read_threads(const Section &threads, Scenario &scenario)
+{
+    threads.only({"fail_next", "errno"});
+    scenario.threads.fail_next = static_cast<int>(threads.integer("fail_next").value_or(0));
+    scenario.threads.err = threads.error_number("errno").value_or(EAGAIN);
+}
+
+std::string directory_of(const std::string &path)
+{
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
+} // namespace
+
+Scenario parse_scenario(const std::string &text, const std::string &source_name, const std::string &base_dir)
+{
+    toml::table root;
+    try {
+        root = toml::parse(text, source_name);
+    } catch (const toml::parse_error &error) {
+        std::ostringstream message;
+        message << source_name << ":" << error.source().begin.line << ": " << error.description();
+        throw ScenarioError(message.str());
+    }
+    Scenario scenario;
+    scenario.source = source_name;
+    const Section top(root, "", source_name, base_dir);
+    top.only({"camera", "platform", "files", "commands", "devices", "ports", "wifi", "threads"});
+    if (auto camera = top.table("camera"))
+        read_camera(*camera, scenario);
+    if (auto platform = top.table("platform"))
+        read_platform(*platform, scenario);
+    if (auto files = top.table("files"))
+        read_files(*files, scenario);
+    if (auto commands = top.table("commands"))
+        read_commands(*commands, scenario);
+    if (auto devices = top.table("devices"))
+        read_devices(*devices, scenario);
+    if (auto ports = top.table("ports"))
+        read_ports(*ports, scenario);
+    if (auto wifi = top.table("wifi"))
+        read_wifi(*wifi, scenario);
+    if (auto threads = top.table("threads"))
+        read_threads(*threads, scenario);
+    return scenario;
+}
+
+Scenario load_scenario(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw ScenarioError(path + ": cannot read the scenario file");
+    std::stringstream text;
+    text << file.rdbuf();
+    return parse_scenario(text.str(), path, directory_of(path));
+}
+
+std::string default_scenario_path()
+{
+    return CLIDRIVER_SCENARIO_DIR "/default.toml";
+}
+
+namespace
+{
+const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
+    {"script", load_script_peer},
+};
+} // namespace
+
+PeerLoader find_peer_loader(std::string_view name)
+{
+    for (const auto &[known, loader] : kPeerLoaders)
+        if (known == name)
+            return loader;
+    return nullptr;
+}
+
+std::vector<std::string> peer_loader_names()
+{
+    std::vector<std::string> names;
+    for (const auto &[known, loader] : kPeerLoaders)
+        names.emplace_back(known);
+    return names;
+}
+
+} // namespace sim

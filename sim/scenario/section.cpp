@@ -1,0 +1,216 @@
+#include "scenario/section.h"
+
+#include <cerrno>
+#include <sstream>
+
+#include "scenario/scenario.h"
+
+namespace sim
+{
+
+Section::Section(const toml::table &table, std::string path, std::string file, std::string base_dir)
+    : table_(&table), path_(std::move(path)), file_(std::move(file)), base_dir_(std::move(base_dir))
+{
+}
+
+std::string Section::key_path(std::string_view key) const
+{
+    if (path_.empty())
+        return std::string(key);
+    return key.empty() ? path_ : path_ + "." + std::string(key);
+}
+
+void Section::fail_at(const toml::node &node, std::string_view key, const std::string &message) const
+{
+    std::ostringstream text;
+    text << file_ << ":" << node.source().begin.line << ": " << key_path(key) << ": " << message;
+    throw ScenarioError(text.str());
+}
+
+void Section::fail(std::string_view key, const std::string &message) const
+{
+    const toml::node *where = node(key);
+    fail_at(where != nullptr ? *where : static_cast<const toml::node &>(*table_), key, message);
+}
+
+const toml::node *Section::node(std::string_view key) const
+{
+    return table_->get(key);
+}
+
+void Section::only(std::initializer_list<std::string_view> allowed) const
+{
+    for (const auto &[key, value] : *table_) {
+        bool known = false;
+        for (std::string_view name : allowed)
+            known = known || key.str() == name;
+        if (!known) {
+            std::string list;
+            for (std::string_view name : allowed)
+                list += (list.empty() ? "" : ", ") + std::string(name);
+            fail_at(value, key.str(), "unknown key (expected one of: " + list + ")");
+        }
+    }
+}
+
+std::optional<int64_t> Section::integer(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    if (!value->is_integer())
+        fail_at(*value, key, "expected an integer");
+    return value->value<int64_t>();
+}
+
+std::optional<double> Section::number(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    if (!value->is_number())
+        fail_at(*value, key, "expected a number");
+    return value->value<double>();
+}
+
+std::optional<std::string> Section::string(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    if (!value->is_string())
+        fail_at(*value, key, "expected a string");
+    return value->value<std::string>();
+}
+
+std::optional<bool> Section::boolean(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    if (!value->is_boolean())
+        fail_at(*value, key, "expected true or false");
+    return value->value<bool>();
+}
+
+std::optional<std::vector<int64_t>> Section::integers(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    const toml::array *array = value->as_array();
+    if (array == nullptr)
+        fail_at(*value, key, "expected an array of integers");
+    std::vector<int64_t> result;
+    for (const toml::node &item : *array) {
+        if (!item.is_integer())
+            fail_at(item, key, "expected an array of integers");
+        result.push_back(*item.value<int64_t>());
+    }
+    return result;
+}
+
+std::optional<std::vector<uint8_t>> Section::bytes(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    std::vector<uint8_t> result;
+    if (const toml::array *array = value->as_array()) {
+        for (const toml::node &item : *array) {
+            const auto byte = item.value<int64_t>();
+            if (!item.is_integer() || *byte < 0 || *byte > 255)
+                fail_at(item, key, "expected bytes 0..255");
+            result.push_back(static_cast<uint8_t>(*byte));
+        }
+        return result;
+    }
+    if (!value->is_string())
+        fail_at(*value, key, "expected hexadecimal bytes (\"FE 00 04\") or an array of bytes");
+    std::istringstream text(*value->value<std::string>());
+    std::string pair;
+    while (text >> pair) {
+        size_t used = 0;
+        unsigned long byte = 0;
+        try {
+            byte = std::stoul(pair, &used, 16);
+        } catch (const std::exception &) {
+            used = 0;
+        }
+        if (used != pair.size() || pair.size() > 2)
+            fail_at(*value, key, "\"" + pair + "\" is not a hexadecimal byte");
+        result.push_back(static_cast<uint8_t>(byte));
+    }
+    return result;
+}
+
+std::optional<int> Section::error_number(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    if (value->is_integer())
+        return static_cast<int>(*value->value<int64_t>());
+    if (value->is_string()) {
+        if (auto number = errno_from_name(*value->value<std::string>()))
+            return number;
+        fail_at(*value, key, "unknown errno name \"" + *value->value<std::string>() + "\"");
+    }
+    fail_at(*value, key, "expected an errno name such as \"EIO\" or a number");
+}
+
+std::optional<Section> Section::table(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return std::nullopt;
+    if (!value->is_table())
+        fail_at(*value, key, "expected a table");
+    return Section(*value->as_table(), key_path(key), file_, base_dir_);
+}
+
+std::vector<Section> Section::tables(std::string_view key) const
+{
+    const toml::node *value = node(key);
+    if (value == nullptr)
+        return {};
+    const toml::array *array = value->as_array();
+    if (array == nullptr)
+        fail_at(*value, key, "expected an array of tables ([[" + key_path(key) + "]])");
+    std::vector<Section> result;
+    size_t index = 0;
+    for (const toml::node &item : *array) {
+        if (!item.is_table())
+            fail_at(item, key, "expected an array of tables");
+        result.emplace_back(*item.as_table(), key_path(key) + "[" + std::to_string(index++) + "]", file_,
+                            base_dir_);
+    }
+    return result;
+}
+
+std::optional<std::string> Section::file_path(std::string_view key) const
+{
+    auto relative = string(key);
+    if (!relative || relative->empty() || (*relative)[0] == '/')
+        return relative;
+    return base_dir_ + "/" + *relative;
+}
+
+std::optional<int> errno_from_name(std::string_view name)
+{
+    static const std::pair<std::string_view, int> names[] = {
+        {"EPERM", EPERM},         {"ENOENT", ENOENT}, {"EIO", EIO},
+        {"ENXIO", ENXIO},         {"EBADF", EBADF},   {"EAGAIN", EAGAIN},
+        {"ENOMEM", ENOMEM},       {"EACCES", EACCES}, {"EBUSY", EBUSY},
+        {"ENODEV", ENODEV},       {"EINVAL", EINVAL}, {"ENFILE", ENFILE},
+        {"EMFILE", EMFILE},       {"ENOTTY", ENOTTY}, {"ENOSPC", ENOSPC},
+        {"EROFS", EROFS},         {"EPIPE", EPIPE},   {"ENOSYS", ENOSYS},
+        {"ETIMEDOUT", ETIMEDOUT}, {"EINTR", EINTR},   {"ENETDOWN", ENETDOWN},
+    };
+    for (const auto &[known, number] : names)
+        if (known == name)
+            return number;
+    return std::nullopt;
+}
+
+} // namespace sim

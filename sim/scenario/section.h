@@ -1,0 +1,69 @@
+// Reading one table of a scenario file, with errors that name the file, the line and the key.
+#pragma once
+
+#define TOML_HEADER_ONLY 1
+#include <toml++/toml.h>
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim
+{
+
+class Peer;
+
+class Section
+{
+  public:
+    Section(const toml::table &table, std::string path, std::string file, std::string base_dir);
+
+    // Refuses keys other than `allowed` (a misspelt key is a mistake, not a default).
+    void only(std::initializer_list<std::string_view> allowed) const;
+
+    std::optional<int64_t> integer(std::string_view key) const;
+    std::optional<std::string> string(std::string_view key) const;
+    std::optional<bool> boolean(std::string_view key) const;
+    std::optional<double> number(std::string_view key) const; // integer or float
+    std::optional<std::vector<int64_t>> integers(std::string_view key) const;
+    std::optional<std::vector<uint8_t>> bytes(std::string_view key) const; // "FE 00 04" or [0xFE, 0, 4]
+    std::optional<int> error_number(std::string_view key) const;           // "EIO" or 5
+    std::optional<Section> table(std::string_view key) const;
+    std::vector<Section> tables(std::string_view key) const; // an array of tables
+    // A path relative to the scenario file.
+    std::optional<std::string> file_path(std::string_view key) const;
+
+    [[noreturn]] void fail(std::string_view key, const std::string &message) const;
+    [[noreturn]] void fail_at(const toml::node &node, std::string_view key, const std::string &message) const;
+
+    const toml::table &raw() const { return *table_; }
+    const std::string &path() const { return path_; }
+    std::string key_path(std::string_view key) const;
+    const std::string &base_dir() const { return base_dir_; }
+
+  private:
+    const toml::node *node(std::string_view key) const;
+
+    const toml::table *table_;
+    std::string path_;
+    std::string file_;
+    std::string base_dir_;
+};
+
+// Reads a `peer = "NAME"` port table into something that makes the peer on demand.
+using MakePeer = std::function<std::unique_ptr<Peer>()>;
+using PeerLoader = MakePeer (*)(const Section &port);
+
+// The peripherals a scenario can hang on a port, by name.
+PeerLoader find_peer_loader(std::string_view name);
+std::vector<std::string> peer_loader_names();
+
+// Turns "EIO" (or a number) into an errno value; nullopt when unknown.
+std::optional<int> errno_from_name(std::string_view name);
+
+} // namespace sim

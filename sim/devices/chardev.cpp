@@ -1,5 +1,6 @@
 #include "devices/chardev.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -155,9 +156,16 @@ void install_register_file(DeviceScript &device, std::shared_ptr<RegisterFile> f
         memcpy(&value, record.data() + index * 4, 4);
         return value;
     };
+    // A null record, or one too short to hold the register and value words, is what the driver's
+    // copy from user space would refuse.
+    auto faulty = [](const RegisterFile &held, const IoctlCall &call) {
+        return call.in.size() < (std::max(held.index_word, held.value_word) + 1) * 4;
+    };
     RequestScript read;
     read.arg_size = size;
-    read.handler = [file, word](const IoctlCall &call) {
+    read.handler = [file, word, faulty](const IoctlCall &call) {
+        if (faulty(*file, call))
+            return IoctlAnswer::fail(EFAULT);
         IoctlAnswer answer;
         answer.out = call.in;
         const uint32_t value =
@@ -167,7 +175,9 @@ void install_register_file(DeviceScript &device, std::shared_ptr<RegisterFile> f
     };
     RequestScript write;
     write.arg_size = size;
-    write.handler = [file, word](const IoctlCall &call) {
+    write.handler = [file, word, faulty](const IoctlCall &call) {
+        if (faulty(*file, call))
+            return IoctlAnswer::fail(EFAULT);
         file->registers[word(call.in, file->index_word)] = word(call.in, file->value_word);
         return IoctlAnswer::ok();
     };

@@ -37,6 +37,10 @@ int Wireless::socket_errno()
 int Wireless::set_frequency(int fd, void *request)
 {
     (void)fd;
+    if (request == nullptr) { // the kernel's copy of the request would fault
+        errno = EFAULT;
+        return -1;
+    }
     auto *iw = static_cast<struct iwreq *>(request);
     char name[IFNAMSIZ + 1] = {};
     memcpy(name, iw->ifr_name, IFNAMSIZ);

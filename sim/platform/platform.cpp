@@ -39,7 +39,7 @@ int64_t Platform::answer(PlatformCall &call)
         OpScript &script = scripts_[call.name];
         ++script.calls;
         hook = script.hook;
-        if (!script.sequence.empty()) {
+        if (!hook && !script.sequence.empty()) { // while a hook answers, the sequence waits
             result = script.sequence.front();
             script.sequence.pop_front();
         } else if (script.result) {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 
 #include "peripherals/scripted_peer.h"
 #include "scenario/scenario.h"
@@ -34,14 +35,29 @@ std::optional<std::vector<uint8_t>> payload(const Section &section, const std::s
     return std::nullopt;
 }
 
-std::string read_text(const Section &section, std::string_view key, const std::string &path)
+// Whether `path` can be read as a file: a folder opens fine as a stream, then reads as empty.
+bool readable_file(const std::string &path)
 {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && std::ifstream(path).good();
+}
+
+std::optional<std::string> read_whole(const std::string &path)
+{
+    if (!readable_file(path))
+        return std::nullopt;
     std::ifstream file(path, std::ios::binary);
-    if (!file)
-        section.fail(key, "cannot read " + path);
     std::stringstream text;
     text << file.rdbuf();
     return text.str();
+}
+
+std::string read_text(const Section &section, std::string_view key, const std::string &path)
+{
+    auto text = read_whole(path);
+    if (!text)
+        section.fail(key, "cannot read " + path);
+    return *text;
 }
 
 void read_camera(const Section &camera, Scenario &scenario)
@@ -92,6 +108,8 @@ void read_files(const Section &files, Scenario &scenario)
     for (const auto &[key, value] : files.raw()) {
         const std::string path(key.str());
         FileScript file;
+        if (!value.is_string() && !value.is_table())
+            files.fail_at(value, path, "expected the content (a string) or a table");
         if (value.is_string()) {
             file.content = *value.value<std::string>();
         } else {
@@ -114,6 +132,8 @@ void read_commands(const Section &commands, Scenario &scenario)
     for (const auto &[key, value] : commands.raw()) {
         const std::string command(key.str());
         CommandScript script;
+        if (!value.is_string() && !value.is_table())
+            commands.fail_at(value, command, "expected the output (a string) or a table");
         if (value.is_string()) {
             script.output = *value.value<std::string>();
         } else {
@@ -158,7 +178,10 @@ void read_devices(const Section &devices, Scenario &scenario)
             if (!number)
                 request.fail("number", "every request needs its number");
             RequestScript script;
-            script.arg_size = static_cast<size_t>(request.integer("size").value_or(0));
+            const int64_t size = request.integer("size").value_or(0);
+            if (size < 0)
+                request.fail("size", "expected a size in bytes, 0 or more");
+            script.arg_size = static_cast<size_t>(size);
             script.answer = read_answer(request);
             for (const Section &step : request.tables("sequence")) {
                 step.only({"result", "errno", "words", "bytes"});
@@ -172,9 +195,19 @@ void read_devices(const Section &devices, Scenario &scenario)
             auto file = std::make_shared<RegisterFile>();
             file->read_request = static_cast<unsigned long>(registers->integer("read").value_or(0));
             file->write_request = static_cast<unsigned long>(registers->integer("write").value_or(0));
-            file->record_words = static_cast<size_t>(registers->integer("record_words").value_or(3));
-            file->index_word = static_cast<size_t>(registers->integer("index_word").value_or(1));
-            file->value_word = static_cast<size_t>(registers->integer("value_word").value_or(2));
+            const int64_t record_words = registers->integer("record_words").value_or(3);
+            if (record_words < 1)
+                registers->fail("record_words", "expected 1 or more words");
+            file->record_words = static_cast<size_t>(record_words);
+            auto word_in_record = [&](std::string_view key, int64_t fallback) {
+                const int64_t index = registers->integer(key).value_or(fallback);
+                if (index < 0 || index >= record_words)
+                    registers->fail(key, "word " + std::to_string(index) + " lies outside a record of " +
+                                             std::to_string(record_words) + " words (record_words)");
+                return static_cast<size_t>(index);
+            };
+            file->index_word = word_in_record("index_word", 1);
+            file->value_word = word_in_record("value_word", 2);
             file->read_back_or = static_cast<uint32_t>(registers->integer("read_back_or").value_or(0));
             file->read_back_and =
                 static_cast<uint32_t>(registers->integer("read_back_and").value_or(0xFFFFFFFF));
@@ -284,7 +317,7 @@ void read_wifi(const Section &wifi, Scenario &scenario)
         scenario.capture.interface = *name;
     }
     if (auto file = wifi.file_path("capture")) {
-        if (!std::ifstream(*file))
+        if (!readable_file(*file))
             wifi.fail("capture", "cannot read " + *file);
         scenario.capture.file = *file;
     }
@@ -363,12 +396,10 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
 
 Scenario load_scenario(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    const auto text = read_whole(path);
+    if (!text)
         throw ScenarioError(path + ": cannot read the scenario file");
-    std::stringstream text;
-    text << file.rdbuf();
-    return parse_scenario(text.str(), path, directory_of(path));
+    return parse_scenario(*text, path, directory_of(path));
 }
 
 std::string default_scenario_path()

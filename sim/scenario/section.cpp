@@ -1,5 +1,7 @@
 #include "scenario/section.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <sstream>
 
@@ -130,16 +132,13 @@ std::optional<std::vector<uint8_t>> Section::bytes(std::string_view key) const
     std::istringstream text(*value->value<std::string>());
     std::string pair;
     while (text >> pair) {
-        size_t used = 0;
-        unsigned long byte = 0;
-        try {
-            byte = std::stoul(pair, &used, 16);
-        } catch (const std::exception &) {
-            used = 0;
-        }
-        if (used != pair.size() || pair.size() > 2)
+        // One or two hex digits and nothing else: stoul alone would also take a sign ("-1").
+        const bool hex = pair.size() <= 2 && std::all_of(pair.begin(), pair.end(), [](unsigned char c) {
+                             return std::isxdigit(c) != 0;
+                         });
+        if (!hex)
             fail_at(*value, key, "\"" + pair + "\" is not a hexadecimal byte");
-        result.push_back(static_cast<uint8_t>(byte));
+        result.push_back(static_cast<uint8_t>(std::stoul(pair, nullptr, 16)));
     }
     return result;
 }

@@ -1,0 +1,619 @@
+// Scenario files: every section read into the camera it describes, and every mistake in one
+// reported with the file, the line and the key, so that whoever wrote it can fix it at once.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <string>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <vector>
+
+#include "core/sim.h"
+#include "peripherals/peer.h"
+#include "scenario/scenario.h"
+#include "sim_fixture.h"
+
+namespace
+{
+
+std::vector<uint8_t> words(const std::vector<uint32_t> &values)
+{
+    std::vector<uint8_t> bytes(values.size() * 4);
+    memcpy(bytes.data(), values.data(), bytes.size());
+    return bytes;
+}
+
+std::vector<uint8_t> text_bytes(const std::string &text)
+{
+    return std::vector<uint8_t>(text.begin(), text.end());
+}
+
+// A folder of files a scenario can name (`from`, `capture`), removed afterwards.
+class ScenarioFiles : public clitest::SimTest
+{
+  protected:
+    void SetUp() override
+    {
+        SimTest::SetUp();
+        char pattern[] = "/tmp/clidriver-scenario-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override
+    {
+        for (const std::string &name : made_)
+            unlink((dir_ + "/" + name).c_str());
+        rmdir(dir_.c_str());
+        SimTest::TearDown();
+    }
+    void make(const std::string &name, const std::string &content)
+    {
+        std::ofstream file(dir_ + "/" + name, std::ios::binary);
+        file << content;
+        made_.push_back(name);
+    }
+    sim::Scenario parse(const std::string &text) { return sim::parse_scenario(text, "bench.toml", dir_); }
+    // The message of the error `text` raises, or "" when it parses.
+    std::string error_of(const std::string &text)
+    {
+        try {
+            sim::parse_scenario(text, "bad.toml", dir_);
+        } catch (const sim::ScenarioError &error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    std::string dir_;
+    std::vector<std::string> made_;
+};
+
+// ---- every section -----------------------------------------------------------------------------
+
+TEST_F(ScenarioFiles, CameraSection)
+{
+    const sim::Scenario read = parse(R"(
+[camera]
+name = "bench camera"
+product_type = 0x02012A01
+boot_epoch = 1700000000
+)");
+    EXPECT_EQ(read.source, "bench.toml");
+    EXPECT_EQ(read.product_type, 0x02012A01u);
+    EXPECT_EQ(read.boot_epoch, 1700000000);
+
+    const sim::Scenario empty = parse("");
+    EXPECT_EQ(empty.product_type, 0u);
+    EXPECT_EQ(empty.boot_epoch, sim::kDefaultBootEpochSeconds);
+    EXPECT_TRUE(empty.platform.empty());
+    EXPECT_TRUE(empty.devices.empty());
+    EXPECT_FALSE(empty.alarm_count.has_value());
+}
+
+TEST_F(ScenarioFiles, PlatformSection)
+{
+    const sim::Scenario read = parse(R"(
+[platform.DRV_SetIRCut]
+result = -1
+
+[platform.DRV_SIBBoardTypeGet]
+results = [1, 2]
+words = [42, 0x01020304]
+
+[platform.DRV_SIBVersionGet]
+text = "1.3A"
+
+[platform.DRV_OpenSIB]
+bytes = "01 02 0A ff"
+
+[platform.DRV_SetWifiCfg]
+bytes = [1, 2, 255]
+
+[platform.drv_GetAlarmCnt]
+inputs = 4
+outputs = 2
+)");
+    ASSERT_EQ(read.platform.count("DRV_SetIRCut"), 1u);
+    EXPECT_EQ(read.platform.at("DRV_SetIRCut").result, -1);
+    EXPECT_TRUE(read.platform.at("DRV_SetIRCut").sequence.empty());
+    EXPECT_TRUE(read.platform.at("DRV_SetIRCut").out.empty());
+
+    const sim::OpScript &board = read.platform.at("DRV_SIBBoardTypeGet");
+    EXPECT_FALSE(board.result.has_value());
+    EXPECT_EQ(std::vector<int64_t>(board.sequence.begin(), board.sequence.end()),
+              (std::vector<int64_t>{1, 2}));
+    EXPECT_EQ(board.out, words({42, 0x01020304}));
+
+    std::vector<uint8_t> version = text_bytes("1.3A");
+    version.push_back(0);
+    EXPECT_EQ(read.platform.at("DRV_SIBVersionGet").out, version) << "text ends with its terminator";
+    EXPECT_EQ(read.platform.at("DRV_OpenSIB").out, (std::vector<uint8_t>{0x01, 0x02, 0x0A, 0xFF}));
+    EXPECT_EQ(read.platform.at("DRV_SetWifiCfg").out, (std::vector<uint8_t>{1, 2, 255}));
+
+    ASSERT_TRUE(read.alarm_count.has_value());
+    EXPECT_EQ(read.alarm_count->ulInputs, 4u);
+    EXPECT_EQ(read.alarm_count->ulOutputs, 2u);
+    EXPECT_EQ(read.platform.count("drv_GetAlarmCnt"), 0u) << "the count is a record, not a result";
+
+    sim::start(read);
+    uint32_t word = 0;
+    EXPECT_EQ(DRV_SIBBoardTypeGet(&word), 1);
+    EXPECT_EQ(word, 42u);
+    EXPECT_EQ(DRV_SIBBoardTypeGet(&word), 2);
+    EXPECT_EQ(DRV_SIBBoardTypeGet(&word), 0);
+    EXPECT_EQ(DRV_SetIRCut(0, 1), -1);
+    EXPECT_EQ(drv_GetAlarmCnt()->ulInputs, 4u);
+}
+
+TEST_F(ScenarioFiles, EveryPlatformOperationCanBeScripted)
+{
+    for (const std::string &name : sim::platform_operations()) {
+        if (name == "drv_GetAlarmCnt")
+            continue;
+        SCOPED_TRACE(name);
+        const sim::Scenario read = parse("[platform." + name + "]\nresult = 1\n");
+        ASSERT_EQ(read.platform.count(name), 1u);
+        EXPECT_EQ(read.platform.at(name).result, 1);
+    }
+}
+
+TEST_F(ScenarioFiles, FilesSection)
+{
+    make("version.txt", "V9.9.9\n");
+    const sim::Scenario read = parse(R"(
+[files]
+"/program/factory/version" = "V1\n"
+"/tmp/epon_dev_info" = { content = "ONU\n" }
+"/etc/copied" = { from = "version.txt" }
+"/etc/gone" = { content = "x", absent = true }
+"/etc/locked" = { content = "x", open_errno = "EACCES" }
+"/etc/numbered" = { open_errno = 5 }
+"/etc/empty" = { content = "" }
+)");
+    ASSERT_EQ(read.files.size(), 7u);
+    EXPECT_EQ(read.files.at("/program/factory/version").content, "V1\n");
+    EXPECT_EQ(read.files.at("/program/factory/version").open_errno, 0);
+    EXPECT_EQ(read.files.at("/tmp/epon_dev_info").content, "ONU\n");
+    EXPECT_EQ(read.files.at("/etc/copied").content, "V9.9.9\n");
+    EXPECT_FALSE(read.files.at("/etc/gone").content.has_value());
+    EXPECT_EQ(read.files.at("/etc/locked").content, "x");
+    EXPECT_EQ(read.files.at("/etc/locked").open_errno, EACCES);
+    EXPECT_FALSE(read.files.at("/etc/numbered").content.has_value()) << "a table without content is absent";
+    EXPECT_EQ(read.files.at("/etc/numbered").open_errno, 5);
+    EXPECT_EQ(read.files.at("/etc/empty").content, "") << "empty, but there";
+}
+
+TEST_F(ScenarioFiles, CommandsSection)
+{
+    make("dmesg.txt", "[    0.000000] Booting Linux\n");
+    const sim::Scenario read = parse(R"(
+[commands]
+"lsusb" = "Bus 001\n"
+"cat /proc/driver/sensortype" = { output = "IMX290\n", status = 0 }
+"iwconfig" = { status = 2, fail = "EAGAIN" }
+"dmesg" = { from = "dmesg.txt", status = 1 }
+"ifconfig" = { fail = 24 }
+)");
+    ASSERT_EQ(read.commands.size(), 5u);
+    EXPECT_EQ(read.commands.at("lsusb").output, "Bus 001\n");
+    EXPECT_EQ(read.commands.at("lsusb").exit_status, 0);
+    EXPECT_EQ(read.commands.at("lsusb").popen_errno, 0);
+    EXPECT_EQ(read.commands.at("cat /proc/driver/sensortype").output, "IMX290\n");
+    EXPECT_EQ(read.commands.at("iwconfig").output, "");
+    EXPECT_EQ(read.commands.at("iwconfig").exit_status, 2);
+    EXPECT_EQ(read.commands.at("iwconfig").popen_errno, EAGAIN);
+    EXPECT_EQ(read.commands.at("dmesg").output, "[    0.000000] Booting Linux\n");
+    EXPECT_EQ(read.commands.at("dmesg").exit_status, 1);
+    EXPECT_EQ(read.commands.at("ifconfig").popen_errno, 24);
+}
+
+constexpr const char *kDevices = R"(
+[devices."/dev/cpld_drv"]
+
+[[devices."/dev/cpld_drv".request]]
+number = 0x1950
+size = 4
+words = [0x5A]
+
+[[devices."/dev/cpld_drv".request]]
+number = 0x1951
+errno = "EIO"
+
+[[devices."/dev/cpld_drv".request]]
+number = 0x1952
+size = 8
+bytes = "01 02"
+result = 3
+
+[[devices."/dev/cpld_drv".request.sequence]]
+words = [1, 2]
+
+[[devices."/dev/cpld_drv".request.sequence]]
+errno = "EBUSY"
+
+[[devices."/dev/cpld_drv".request.sequence]]
+result = 2
+errno = "EIO"
+
+[devices."/dev/gyro"]
+absent = true
+
+[devices."/dev/motor"]
+open_errno = "EBUSY"
+
+[devices."/dev/NetUsrDrv".register_file]
+read = 0x8B01
+write = 0x8B02
+record_words = 4
+index_word = 2
+value_word = 3
+registers = [2, 0x141, 3, 0x0C54]
+read_back_or = 0x8000
+read_back_and = 0xFFFB
+)";
+
+TEST_F(ScenarioFiles, DevicesSectionFields)
+{
+    const sim::Scenario read = parse(kDevices);
+    ASSERT_EQ(read.devices.size(), 4u);
+    const sim::DeviceScript &cpld = read.devices.at("/dev/cpld_drv");
+    EXPECT_TRUE(cpld.present);
+    EXPECT_EQ(cpld.open_errno, 0);
+    ASSERT_EQ(cpld.requests.size(), 3u);
+
+    const sim::RequestScript &word = cpld.requests.at(0x1950);
+    EXPECT_EQ(word.arg_size, 4u);
+    EXPECT_EQ(word.answer.result, 0);
+    EXPECT_EQ(word.answer.out, words({0x5A}));
+    EXPECT_TRUE(word.sequence.empty());
+
+    const sim::RequestScript &failing = cpld.requests.at(0x1951);
+    EXPECT_EQ(failing.arg_size, 0u);
+    EXPECT_EQ(failing.answer.result, -1) << "an errno alone means the call fails";
+    EXPECT_EQ(failing.answer.err, EIO);
+
+    const sim::RequestScript &sequenced = cpld.requests.at(0x1952);
+    EXPECT_EQ(sequenced.arg_size, 8u);
+    EXPECT_EQ(sequenced.answer.result, 3);
+    EXPECT_EQ(sequenced.answer.out, (std::vector<uint8_t>{1, 2}));
+    ASSERT_EQ(sequenced.sequence.size(), 3u);
+    EXPECT_EQ(sequenced.sequence[0].result, 0);
+    EXPECT_EQ(sequenced.sequence[0].out, words({1, 2}));
+    EXPECT_EQ(sequenced.sequence[1].result, -1);
+    EXPECT_EQ(sequenced.sequence[1].err, EBUSY);
+    EXPECT_EQ(sequenced.sequence[2].result, 2);
+    EXPECT_EQ(sequenced.sequence[2].err, EIO);
+
+    EXPECT_FALSE(read.devices.at("/dev/gyro").present);
+    EXPECT_TRUE(read.devices.at("/dev/motor").present);
+    EXPECT_EQ(read.devices.at("/dev/motor").open_errno, EBUSY);
+    const sim::DeviceScript &phy = read.devices.at("/dev/NetUsrDrv");
+    EXPECT_EQ(phy.requests.count(0x8B01), 1u);
+    EXPECT_EQ(phy.requests.count(0x8B02), 1u);
+    EXPECT_EQ(phy.requests.at(0x8B01).arg_size, 16u);
+}
+
+TEST_F(ScenarioFiles, DevicesSectionDrivesTheDevices)
+{
+    sim::start(parse(kDevices));
+    errno = 0;
+    EXPECT_EQ(open("/dev/gyro", O_RDWR), -1);
+    EXPECT_EQ(errno, ENOENT);
+    errno = 0;
+    EXPECT_EQ(open("/dev/motor", O_RDWR), -1);
+    EXPECT_EQ(errno, EBUSY);
+
+    const int cpld = open("/dev/cpld_drv", O_RDWR);
+    ASSERT_GE(cpld, 0);
+    uint32_t record[2] = {0, 0};
+    EXPECT_EQ(ioctl(cpld, 0x1950, record), 0);
+    EXPECT_EQ(record[0], 0x5Au);
+    errno = 0;
+    EXPECT_EQ(ioctl(cpld, 0x1951, 0), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(ioctl(cpld, 0x1952, record), 0);
+    EXPECT_EQ(record[0], 1u);
+    EXPECT_EQ(record[1], 2u);
+    errno = 0;
+    EXPECT_EQ(ioctl(cpld, 0x1952, record), -1);
+    EXPECT_EQ(errno, EBUSY);
+    errno = 0;
+    EXPECT_EQ(ioctl(cpld, 0x1952, record), 2);
+    EXPECT_EQ(ioctl(cpld, 0x1952, record), 3);
+    EXPECT_EQ(record[0] & 0xFFFF, 0x0201u);
+    close(cpld);
+
+    const int phy = open("/dev/NetUsrDrv", O_RDWR);
+    ASSERT_GE(phy, 0);
+    uint32_t reg[4] = {0, 0, 2, 0};
+    EXPECT_EQ(ioctl(phy, 0x8B01, reg), 0);
+    EXPECT_EQ(reg[3], (0x141u | 0x8000u) & 0xFFFBu);
+    reg[2] = 3;
+    EXPECT_EQ(ioctl(phy, 0x8B01, reg), 0);
+    EXPECT_EQ(reg[3], (0x0C54u | 0x8000u) & 0xFFFBu);
+    uint32_t put[4] = {0, 0, 7, 0x1234};
+    EXPECT_EQ(ioctl(phy, 0x8B02, put), 0);
+    uint32_t get[4] = {0, 0, 7, 0};
+    EXPECT_EQ(ioctl(phy, 0x8B01, get), 0);
+    EXPECT_EQ(get[3], 0x9230u);
+    close(phy);
+}
+
+TEST_F(ScenarioFiles, PortsSection)
+{
+    const sim::Scenario read = parse(R"(
+[ports."/dev/ttyS1"]
+peer = "script"
+mode = "normal"
+
+[[ports."/dev/ttyS1".rule]]
+when_text = "PING"
+answer = "50 4F 4E 47"
+delay_ms = 20
+
+[[ports."/dev/ttyS1".announce]]
+at_ms = 100
+bytes_text = "HELLO"
+
+[ports."/dev/ttyS2"]
+peer = "script"
+mode = "trickle"
+trickle_gap_ms = 50
+
+[[ports."/dev/ttyS2".rule]]
+when = [0x01]
+answer_text = "OK"
+once = true
+
+[ports."/dev/ttyC0"]
+absent = true
+
+[ports."/dev/ttyAMBA1"]
+open_errno = "EBUSY"
+)");
+    ASSERT_EQ(read.ports.size(), 4u);
+    EXPECT_FALSE(read.ports.at("/dev/ttyC0").present);
+    EXPECT_FALSE(read.ports.at("/dev/ttyC0").make_peer);
+    EXPECT_TRUE(read.ports.at("/dev/ttyAMBA1").present);
+    EXPECT_EQ(read.ports.at("/dev/ttyAMBA1").open_errno, EBUSY);
+
+    // With nothing on the line yet the peer runs at 9600 baud: 1041666 ns a byte.
+    const sim::Nanos byte = 10 * sim::kSecond / 9600;
+    ASSERT_TRUE(read.ports.at("/dev/ttyS1").make_peer);
+    EXPECT_TRUE(read.ports.at("/dev/ttyS1").present);
+    auto normal = read.ports.at("/dev/ttyS1").make_peer();
+    ASSERT_NE(normal, nullptr);
+    EXPECT_EQ(normal->next_send(), 100 * sim::kMillisecond + 5 * byte) << "the announcement";
+    normal->receive(text_bytes("PING"), 0);
+    const sim::Nanos pong = 20 * sim::kMillisecond + 4 * byte;
+    EXPECT_EQ(normal->next_send(), pong);
+    EXPECT_EQ(normal->take(pong), text_bytes("PONG"));
+    EXPECT_EQ(normal->take(100 * sim::kMillisecond + 5 * byte), text_bytes("HELLO"));
+    EXPECT_EQ(normal->next_send(), sim::kNever);
+
+    auto trickle = read.ports.at("/dev/ttyS2").make_peer();
+    ASSERT_NE(trickle, nullptr);
+    EXPECT_EQ(trickle->next_send(), sim::kNever);
+    trickle->receive({0x01}, 0);
+    EXPECT_EQ(trickle->next_send(), 50 * sim::kMillisecond);
+    EXPECT_EQ(trickle->take(50 * sim::kMillisecond), text_bytes("O"));
+    EXPECT_EQ(trickle->take(100 * sim::kMillisecond), text_bytes("K"));
+    trickle->receive({0x01}, 200 * sim::kMillisecond);
+    EXPECT_EQ(trickle->next_send(), sim::kNever) << "a rule marked once answers once";
+}
+
+TEST_F(ScenarioFiles, WifiSection)
+{
+    make("air.pcap", "");
+    const sim::Scenario read = parse(R"(
+[wifi]
+interface = "ra0"
+capture = "air.pcap"
+first_arrival_ms = 250
+open_error = "ra0: No such device"
+fail_compile = true
+fail_setfilter = true
+dispatch_errors = [-1, 0, -2]
+channel_errors = ["EBUSY", 0, 5]
+socket_errno = "EMFILE"
+)");
+    EXPECT_EQ(read.wireless.interface, "ra0");
+    EXPECT_EQ(read.capture.interface, "ra0");
+    EXPECT_EQ(read.capture.file, dir_ + "/air.pcap");
+    EXPECT_EQ(read.capture.first_arrival, 250 * sim::kMillisecond);
+    EXPECT_EQ(read.capture.open_error, "ra0: No such device");
+    EXPECT_TRUE(read.capture.fail_compile);
+    EXPECT_TRUE(read.capture.fail_setfilter);
+    EXPECT_EQ(read.capture.dispatch_errors, (std::vector<int>{-1, 0, -2}));
+    EXPECT_EQ(std::vector<int>(read.wireless.channel_errnos.begin(), read.wireless.channel_errnos.end()),
+              (std::vector<int>{EBUSY, 0, 5}));
+    EXPECT_EQ(read.wireless.socket_errno, EMFILE);
+
+    const sim::Scenario plain = parse("[wifi]\n");
+    EXPECT_EQ(plain.wireless.interface, "wlan0");
+    EXPECT_EQ(plain.capture.file, "");
+    EXPECT_TRUE(plain.wireless.channel_errnos.empty());
+}
+
+TEST_F(ScenarioFiles, ThreadsSection)
+{
+    const sim::Scenario read = parse("[threads]\nfail_next = 2\nerrno = \"EPERM\"\n");
+    EXPECT_EQ(read.threads.fail_next, 2);
+    EXPECT_EQ(read.threads.err, EPERM);
+    const sim::Scenario plain = parse("[threads]\nfail_next = 1\n");
+    EXPECT_EQ(plain.threads.err, EAGAIN);
+}
+
+TEST_F(ScenarioFiles, DefaultScenarioLoads)
+{
+    const sim::Scenario read = sim::load_scenario(sim::default_scenario_path());
+    EXPECT_EQ(read.source, sim::default_scenario_path());
+    EXPECT_EQ(read.product_type, 0u);
+    ASSERT_EQ(read.files.count("/program/factory/version"), 1u);
+    EXPECT_EQ(read.files.at("/program/factory/version").content, "V5.5.0-2.1.3-20261020\n");
+    ASSERT_EQ(read.commands.count("lsusb"), 1u);
+    EXPECT_NE(read.commands.at("lsusb").output.find("0bda:8179"), std::string::npos);
+    EXPECT_EQ(read.commands.at("cat /proc/driver/sensortype").output, "IMX290\n");
+}
+
+TEST_F(ScenarioFiles, FileNamesInAScenarioAreRelativeToIt)
+{
+    make("camera.toml", "[files]\n\"/program/factory/version\" = { from = \"version.txt\" }\n");
+    make("version.txt", "V2.0\n");
+    const sim::Scenario read = sim::load_scenario(dir_ + "/camera.toml");
+    EXPECT_EQ(read.source, dir_ + "/camera.toml");
+    EXPECT_EQ(read.files.at("/program/factory/version").content, "V2.0\n");
+
+    make("absolute.toml", "[files]\n\"/etc/x\" = { from = \"" + dir_ + "/version.txt\" }\n");
+    EXPECT_EQ(sim::load_scenario(dir_ + "/absolute.toml").files.at("/etc/x").content, "V2.0\n");
+}
+
+// ---- mistakes ----------------------------------------------------------------------------------
+
+struct Mistake {
+    const char *what;
+    std::string text;
+    std::string message; // exactly, with {dir} for the scenario's folder
+};
+
+const Mistake kMistakes[] = {
+    {"unknown top-level key", "[camera]\nname = \"x\"\n\n[cameras]\nname = \"y\"\n",
+     "bad.toml:4: cameras: unknown key (expected one of: camera, platform, files, commands, devices, ports, "
+     "wifi, threads)"},
+    {"top-level key that is not a table", "camera = 3\n", "bad.toml:1: camera: expected a table"},
+    {"unknown key in camera", "[camera]\nproduct = 1\n",
+     "bad.toml:2: camera.product: unknown key (expected one of: name, product_type, boot_epoch)"},
+    {"string for an integer", "[camera]\nproduct_type = \"7\"\n",
+     "bad.toml:2: camera.product_type: expected an integer"},
+    {"unknown platform operation", "\n[platform.DRV_SetIrCut]\nresult = 1\n",
+     "bad.toml:2: platform.DRV_SetIrCut: not an operation of the camera platform"},
+    {"platform operation that is not a table", "[platform]\nDRV_SetIRCut = 3\n",
+     "bad.toml:2: platform.DRV_SetIRCut: expected a table"},
+    {"unknown key in a platform operation", "[platform.DRV_SetIRCut]\nresutl = 1\n",
+     "bad.toml:2: platform.DRV_SetIRCut.resutl: unknown key (expected one of: result, results, words, text, "
+     "bytes)"},
+    {"result sequence with a string", "[platform.ISP_Init]\nresults = [1, \"2\"]\n",
+     "bad.toml:2: platform.ISP_Init.results: expected an array of integers"},
+    {"alarm count with a result", "[platform.drv_GetAlarmCnt]\nresult = 1\n",
+     "bad.toml:2: platform.drv_GetAlarmCnt.result: unknown key (expected one of: inputs, outputs)"},
+    {"unknown errno name", "[files]\n\"/program/factory/version\" = { open_errno = \"EWHAT\" }\n",
+     "bad.toml:2: files./program/factory/version.open_errno: unknown errno name \"EWHAT\""},
+    {"errno of the wrong type", "[threads]\nerrno = true\n",
+     "bad.toml:2: threads.errno: expected an errno name such as \"EIO\" or a number"},
+    {"file that is neither text nor table", "[files]\n\"/etc/x\" = 3\n",
+     "bad.toml:2: files./etc/x: expected the content (a string) or a table"},
+    {"command that is neither text nor table", "[commands]\n\"lsusb\" = [1]\n",
+     "bad.toml:2: commands.lsusb: expected the output (a string) or a table"},
+    {"unknown key in a file", "[files]\n\"/etc/x\" = { contents = \"a\" }\n",
+     "bad.toml:2: files./etc/x.contents: unknown key (expected one of: content, from, absent, open_errno)"},
+    {"from a file that does not exist", "[files]\n\"/etc/x\" = { from = \"missing.txt\" }\n",
+     "bad.toml:2: files./etc/x.from: cannot read {dir}/missing.txt"},
+    {"from a folder", "[commands]\n\"lsusb\" = { from = \".\" }\n",
+     "bad.toml:2: commands.lsusb.from: cannot read {dir}/."},
+    {"unknown peer kind", "[ports.\"/dev/ttyS1\"]\npeer = \"modem\"\n",
+     "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script)"},
+    {"peer option on a port without a peer", "[ports.\"/dev/ttyS1\"]\nmode = \"silent\"\n",
+     "bad.toml:2: ports./dev/ttyS1.mode: unknown key (expected one of: absent, open_errno)"},
+    {"unknown peer mode", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\nmode = \"chatty\"\n",
+     "bad.toml:3: ports./dev/ttyS1.mode: expected normal, silent, garbage or trickle"},
+    {"rule without its bytes",
+     "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\n\n[[ports.\"/dev/ttyS1\".rule]]\nanswer_text = \"x\"\n",
+     "bad.toml:4: ports./dev/ttyS1.rule[0].when: a rule needs the bytes it answers (when or when_text)"},
+    {"request without number", "[[devices.\"/dev/cpld_drv\".request]]\nsize = 4\n",
+     "bad.toml:1: devices./dev/cpld_drv.request[0].number: every request needs its number"},
+    {"second request without number",
+     "[[devices.\"/dev/cpld_drv\".request]]\nnumber = 1\n\n[[devices.\"/dev/cpld_drv\".request]]\nsize = 4\n",
+     "bad.toml:4: devices./dev/cpld_drv.request[1].number: every request needs its number"},
+    {"unknown key in a request",
+     "[[devices.\"/dev/cpld_drv\".request]]\nnumber = 1\nwords = [1]\nwrods = [2]\n",
+     "bad.toml:4: devices./dev/cpld_drv.request[0].wrods: unknown key (expected one of: number, size, "
+     "result, "
+     "errno, words, bytes, sequence)"},
+    {"negative request size", "[[devices.\"/dev/cpld_drv\".request]]\nnumber = 1\nsize = -4\n",
+     "bad.toml:3: devices./dev/cpld_drv.request[0].size: expected a size in bytes, 0 or more"},
+    {"bad hex byte", "[platform.DRV_OpenSIB]\nbytes = \"FE 0G\"\n",
+     "bad.toml:2: platform.DRV_OpenSIB.bytes: \"0G\" is not a hexadecimal byte"},
+    {"hex byte too long", "[platform.DRV_OpenSIB]\nbytes = \"FE 123\"\n",
+     "bad.toml:2: platform.DRV_OpenSIB.bytes: \"123\" is not a hexadecimal byte"},
+    {"signed hex byte", "[platform.DRV_OpenSIB]\nbytes = \"FE -1\"\n",
+     "bad.toml:2: platform.DRV_OpenSIB.bytes: \"-1\" is not a hexadecimal byte"},
+    {"hex byte with a plus", "[platform.DRV_OpenSIB]\nbytes = \"+F\"\n",
+     "bad.toml:2: platform.DRV_OpenSIB.bytes: \"+F\" is not a hexadecimal byte"},
+    {"byte out of range", "[platform.DRV_OpenSIB]\nbytes = [1,\n 256]\n",
+     "bad.toml:3: platform.DRV_OpenSIB.bytes: expected bytes 0..255"},
+    {"odd register list", "[devices.\"/dev/NetUsrDrv\".register_file]\nregisters = [1, 2, 3]\n",
+     "bad.toml:2: devices./dev/NetUsrDrv.register_file.registers: expected register, value pairs"},
+    {"register value word outside the record",
+     "[devices.\"/dev/NetUsrDrv\".register_file]\nrecord_words = 2\nvalue_word = 2\n",
+     "bad.toml:3: devices./dev/NetUsrDrv.register_file.value_word: word 2 lies outside a record of 2 words "
+     "(record_words)"},
+    {"register index word below the record", "[devices.\"/dev/NetUsrDrv\".register_file]\nindex_word = -1\n",
+     "bad.toml:2: devices./dev/NetUsrDrv.register_file.index_word: word -1 lies outside a record of 3 words "
+     "(record_words)"},
+    {"register record without words", "[devices.\"/dev/NetUsrDrv\".register_file]\nrecord_words = 0\n",
+     "bad.toml:2: devices./dev/NetUsrDrv.register_file.record_words: expected 1 or more words"},
+    {"capture that is a folder", "[wifi]\ncapture = \".\"\n",
+     "bad.toml:2: wifi.capture: cannot read {dir}/."},
+    {"capture file that does not exist", "[wifi]\ncapture = \"nowhere.pcap\"\n",
+     "bad.toml:2: wifi.capture: cannot read {dir}/nowhere.pcap"},
+    {"unknown channel errno", "[wifi]\nchannel_errors = [\"EBUSY\", \"ENOPE\"]\n",
+     "bad.toml:2: wifi.channel_errors: expected an errno name such as \"EBUSY\" or 0"},
+    {"unknown key in wifi", "[wifi]\nchanel_errors = []\n",
+     "bad.toml:2: wifi.chanel_errors: unknown key (expected one of: interface, capture, first_arrival_ms, "
+     "open_error, fail_compile, fail_setfilter, dispatch_errors, channel_errors, socket_errno)"},
+    {"unknown key in threads", "[threads]\nfail = 1\n",
+     "bad.toml:2: threads.fail: unknown key (expected one of: fail_next, errno)"},
+};
+
+std::string with_dir(std::string text, const std::string &dir)
+{
+    const auto at = text.find("{dir}");
+    return at == std::string::npos ? text : text.replace(at, 5, dir);
+}
+
+TEST_F(ScenarioFiles, MistakesNameTheFileLineAndKey)
+{
+    for (const Mistake &mistake : kMistakes) {
+        SCOPED_TRACE(mistake.what);
+        EXPECT_EQ(error_of(mistake.text), with_dir(mistake.message, dir_));
+    }
+}
+
+TEST_F(ScenarioFiles, TomlSyntaxErrorNamesTheFileAndLine)
+{
+    const std::string text[] = {"[camera]\nproduct_type = = 3\n", "[camera]\n\nname = \"unterminated\n",
+                                "[files\n", "[camera]\nname = \"a\"\nname = \"b\"\n"};
+    const char *prefix[] = {"bad.toml:2: ", "bad.toml:3: ", "bad.toml:1: ", "bad.toml:3: "};
+    for (size_t i = 0; i < std::size(text); ++i) {
+        SCOPED_TRACE(text[i]);
+        const std::string message = error_of(text[i]);
+        EXPECT_EQ(message.rfind(prefix[i], 0), 0u) << message;
+        EXPECT_GT(message.size(), strlen(prefix[i])) << "with toml's description";
+    }
+}
+
+TEST_F(ScenarioFiles, LoadingNamesTheFileItWasGiven)
+{
+    make("broken.toml", "[camera]\nproduct_type = \"x\"\n");
+    try {
+        sim::load_scenario(dir_ + "/broken.toml");
+        ADD_FAILURE() << "loaded a broken scenario";
+    } catch (const sim::ScenarioError &error) {
+        EXPECT_EQ(std::string(error.what()),
+                  dir_ + "/broken.toml:2: camera.product_type: expected an integer");
+    }
+    for (const std::string &path : {dir_ + "/missing.toml", dir_}) {
+        try {
+            sim::load_scenario(path);
+            ADD_FAILURE() << "loaded " << path;
+        } catch (const sim::ScenarioError &error) {
+            EXPECT_EQ(std::string(error.what()), path + ": cannot read the scenario file");
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,201 @@
+#include "commands.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "clidriver/clidriver.h"
+
+namespace shell
+{
+namespace
+{
+
+// The words the interactive shell answers itself.
+const char *const kShellWords[] = {"help", "list", "quit"};
+
+std::string refusal_of(const std::string &name, const std::vector<Param> &params, const Callable &callable,
+                       std::string_view returns)
+{
+    if (callable.thread_body())
+        return name + " is a thread body (void *(void *)) that the library starts on a thread of its own; "
+                      "the shell cannot call it";
+    if (!callable.return_supported())
+        return name + " returns " + std::string(returns) + ", which the shell cannot report";
+    const int index = callable.unsupported_param();
+    if (index >= 0) {
+        const Param &param = params.at(static_cast<size_t>(index));
+        return name + " takes " + param.type + " " + param.name +
+               ", which the shell cannot supply; call it from a program instead";
+    }
+    return {};
+}
+
+Entry make_entry(std::string_view family, std::string name, Origin origin, std::string_view returns,
+                 std::string_view params, std::unique_ptr<Callable> callable)
+{
+    Entry entry;
+    entry.family = family;
+    entry.origin = origin;
+    entry.signature = std::string(returns) + " " + name + std::string(params);
+    entry.params = split_params(params);
+    entry.refusal = refusal_of(name, entry.params, *callable, returns);
+    entry.name = std::move(name);
+    entry.callable = std::move(callable);
+    return entry;
+}
+
+template <typename P, typename D>
+void add_command(std::vector<Entry> &table, const char *family, const char *name, const char *returns,
+                 const char *params, const char *default_returns, P command, D fallback)
+{
+    // The public name is a weak alias of the default until something defines it strongly: then
+    // both names resolve to the same code.
+    const bool in_force = reinterpret_cast<const void *>(command) == reinterpret_cast<const void *>(fallback);
+    Entry entry = make_entry(family, name, Origin::Command, returns, params, bind(command));
+    entry.default_in_force = in_force;
+    if constexpr (!std::is_same_v<P, D>) {
+        if (in_force) {
+            entry.callable = bind(fallback);
+            entry.status_from_default = true;
+        }
+    }
+    table.push_back(std::move(entry));
+    table.push_back(make_entry(family, std::string("__") + name, Origin::Default, default_returns, params,
+                               bind(fallback)));
+}
+
+template <typename F>
+void add_support(std::vector<Entry> &table, const char *family, const char *name, const char *returns,
+                 const char *params, F operation)
+{
+    table.push_back(make_entry(family, name, Origin::Support, returns, params, bind(operation)));
+}
+
+std::vector<Entry> build_table()
+{
+    std::vector<Entry> table;
+#define CLI_COMMAND(family, name, owner, built, ret, params, default_ret, default_body)                      \
+    add_command(table, #family, #name, #ret, #params, #default_ret, &name, &__##name);
+// Support operations join the table once the library builds them; until then their names are
+// known (see kNotBuilt) but never linked.
+#define SHELL_SUPPORT_1(family, name, ret, params) add_support(table, #family, #name, #ret, #params, &name);
+#define SHELL_SUPPORT_0(family, name, ret, params)
+#define CLI_SUPPORT(family, name, owner, built, ret, params) SHELL_SUPPORT_##built(family, name, ret, params)
+#include "clidriver/commands.def"
+#undef SHELL_SUPPORT_1
+#undef SHELL_SUPPORT_0
+    return table;
+}
+
+const std::string_view kNotBuilt[] = {
+#define SHELL_SUPPORT_0(name) #name,
+#define SHELL_SUPPORT_1(name)
+#define CLI_SUPPORT(family, name, owner, built, ret, params) SHELL_SUPPORT_##built(name)
+#include "clidriver/commands.def"
+#undef SHELL_SUPPORT_1
+#undef SHELL_SUPPORT_0
+    "", // keeps the array non-empty once every operation is built
+};
+
+std::string lower(std::string_view text)
+{
+    std::string result(text);
+    for (char &c : result)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return result;
+}
+
+// Edit distance (insertions, deletions, substitutions), letter case ignored.
+size_t distance(std::string_view a, std::string_view b)
+{
+    const std::string x = lower(a), y = lower(b);
+    std::vector<size_t> row(y.size() + 1);
+    for (size_t j = 0; j <= y.size(); ++j)
+        row[j] = j;
+    for (size_t i = 1; i <= x.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= y.size(); ++j) {
+            const size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (x[i - 1] == y[j - 1] ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return row[y.size()];
+}
+
+} // namespace
+
+const std::vector<Entry> &command_table()
+{
+    static const std::vector<Entry> table = build_table();
+    return table;
+}
+
+const Entry *find_command(std::string_view name)
+{
+    for (const Entry &entry : command_table())
+        if (entry.name == name)
+            return &entry;
+    return nullptr;
+}
+
+bool listed_but_not_built(std::string_view name)
+{
+    return !name.empty() &&
+           std::find(std::begin(kNotBuilt), std::end(kNotBuilt), name) != std::end(kNotBuilt);
+}
+
+std::vector<std::string> similar_names(std::string_view name)
+{
+    constexpr size_t kMostEdits = 3;
+    std::vector<std::pair<size_t, std::string>> ranked;
+    const bool wants_default = name.starts_with("__");
+    for (const Entry &entry : command_table()) {
+        if (entry.origin == Origin::Default && !wants_default)
+            continue; // offer the command, not its default, unless a default was asked for
+        const size_t edits = distance(name, entry.name);
+        if (edits <= kMostEdits)
+            ranked.emplace_back(edits, entry.name);
+    }
+    std::stable_sort(ranked.begin(), ranked.end(),
+                     [](const auto &a, const auto &b) { return a.first < b.first; });
+    std::vector<std::string> names;
+    for (size_t i = 0; i < ranked.size() && i < 3; ++i)
+        names.push_back(ranked[i].second);
+    return names;
+}
+
+std::vector<std::string> complete_name(std::string_view prefix)
+{
+    std::vector<std::string> names;
+    for (const char *word : kShellWords)
+        if (std::string_view(word).starts_with(prefix))
+            names.emplace_back(word);
+    for (const Entry &entry : command_table())
+        if (entry.name.starts_with(prefix))
+            names.push_back(entry.name);
+    return names;
+}
+
+std::string usage(const Entry &entry)
+{
+    std::string text = entry.name;
+    const std::vector<bool> typed = entry.callable->typed();
+    for (size_t i = 0; i < entry.params.size() && i < typed.size(); ++i)
+        if (typed[i])
+            text += " " + entry.params[i].name;
+    return text;
+}
+
+std::vector<std::string> lent(const Entry &entry)
+{
+    std::vector<std::string> names;
+    const std::vector<bool> typed = entry.callable->typed();
+    for (size_t i = 0; i < entry.params.size() && i < typed.size(); ++i)
+        if (!typed[i])
+            names.push_back(entry.params[i].name);
+    return names;
+}
+
+} // namespace shell

@@ -1,0 +1,58 @@
+// The shell's dispatch table, expanded from the command list (include/clidriver/commands.def):
+// every command X, its default __X, and every support operation built into this library.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "callable.h"
+#include "signature.h"
+
+namespace shell
+{
+
+enum class Origin {
+    Command, // a name of the shell's fixed list
+    Default, // its default, __X
+    Support, // a support operation of the library
+};
+
+struct Entry {
+    std::string name;
+    std::string family;
+    Origin origin = Origin::Command;
+    std::string signature; // "uint32_t CLI_GetGpsCoor(uint32_t ulMode)"
+    std::vector<Param> params;
+    std::unique_ptr<Callable> callable;
+    // A command whose public name runs its default (the library does not build it, and nothing
+    // loaded ahead of the library replaces it).
+    bool default_in_force = false;
+    // When the default in force returns nothing although the command's type promises a status,
+    // the shell calls it as what it is and reports no status, never a word nobody wrote.
+    bool status_from_default = false;
+    std::string refusal; // why the shell cannot call it; empty when it can
+
+    bool callable_here() const { return refusal.empty(); }
+};
+
+const std::vector<Entry> &command_table();
+const Entry *find_command(std::string_view name);
+
+// A support operation of the list that this library does not build yet.
+bool listed_but_not_built(std::string_view name);
+
+// Names an operator probably meant: the same name in other letter case, or one a couple of
+// keystrokes away. Best first, at most three.
+std::vector<std::string> similar_names(std::string_view name);
+
+// Table names (and the shell's own words) beginning with `prefix`, in list order.
+std::vector<std::string> complete_name(std::string_view prefix);
+
+// "CLI_HeatCtrlBoardToSlot ulBoard ulSlot": what the operator types.
+std::string usage(const Entry &entry);
+// "*pulOut": what the shell lends and prints; empty when nothing.
+std::vector<std::string> lent(const Entry &entry);
+
+} // namespace shell

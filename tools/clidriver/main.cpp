@@ -1,0 +1,106 @@
+// clidriver: the operator's shell over libclidriver.
+//
+//     clidriver [options] COMMAND [ARGUMENT...]     one command; exit 0, 1 (status not 0) or 2
+//     clidriver [options] --script FILE | FILE.cli  a station script, then its summary
+//     clidriver [options]                           the prompt
+//
+// Built twice from this file: `clidriver` runs on the simulated camera (CLIDRIVER_SHELL_SIMULATED),
+// `clidriver-camera` on the camera itself, where the platform's libraries answer.
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "interactive.h"
+#include "shell.h"
+#include "station.h"
+
+#if CLIDRIVER_SHELL_SIMULATED
+#include "scenario/scenario.h"
+#include "simulated.h"
+#endif
+
+namespace
+{
+
+constexpr const char *kModes =
+    "Modes:\n"
+    "  clidriver [options] COMMAND [ARGUMENT...]   call one command: CLI_GetGpsCoor 0\n"
+    "  clidriver [options] --script FILE           run a station script (also: clidriver FILE.cli)\n"
+    "  clidriver [options]                         the prompt (help, list, quit)\n"
+    "Options come before the command. Exit code: 0 success (or no status), 1 a non-zero status or\n"
+    "a failed script line, 2 a refused command line, script or option.\n";
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Line by line, so the shell's lines and the command's own stay in order in a station log.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+
+    CLI::App app{"Calls the factory-test and diagnostic commands of libclidriver by name.", "clidriver"};
+    app.footer(kModes);
+    shell::Settings settings;
+    shell::StationOptions station;
+    app.add_option("--script", station.script,
+                   "Run a station script: one command per line, \"=> N\" expected")
+        ->type_name("FILE");
+    app.add_option("--junit", station.junit, "With a script: write a JUnit XML report to this file")
+        ->type_name("FILE");
+    app.add_option("--json", station.json, "With a script: write a JSON report to this file")
+        ->type_name("FILE");
+    app.add_flag("--timing", settings.timing, "After each command, print its wall time and simulated time");
+#if CLIDRIVER_SHELL_SIMULATED
+    std::string scenario = CLIDRIVER_SCENARIO_DIR "/default.toml";
+    bool trace = false;
+    app.add_option("--scenario", scenario, "The simulated camera to run on (a TOML scenario)")
+        ->type_name("FILE")
+        ->capture_default_str();
+    app.add_flag("--trace", trace, "Print what the commands do to the simulated camera, with simulated time");
+#endif
+    app.prefix_command(); // everything from the command on is the command's, "-1" included
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    std::vector<std::string> command = app.remaining();
+    if (!command.empty() && command.front() == "--")
+        command.erase(command.begin());
+
+    if (station.script.empty() && command.size() == 1 && command.front().size() > 4 &&
+        command.front().ends_with(".cli")) {
+        station.script = command.front();
+        command.clear();
+    }
+    if (!station.script.empty() && !command.empty()) {
+        fprintf(stderr, "clidriver: a station script and a command cannot be given together\n");
+        return 2;
+    }
+    if (station.script.empty() && (!station.junit.empty() || !station.json.empty())) {
+        fprintf(stderr, "clidriver: --junit and --json report on a station script (--script FILE)\n");
+        return 2;
+    }
+
+    shell::Hooks hooks;
+#if CLIDRIVER_SHELL_SIMULATED
+    try {
+        shell::simulated::start(scenario, stdout);
+    } catch (const sim::ScenarioError &error) {
+        fprintf(stderr, "%s\n", error.what());
+        return 2;
+    }
+    hooks = shell::simulated::hooks();
+    if (trace)
+        shell::simulated::trace_to(stdout);
+#endif
+
+    shell::Shell shell(settings, hooks);
+    if (!station.script.empty())
+        return shell::run_station(shell, station);
+    if (!command.empty())
+        return shell.run_once(command.front(), std::vector<std::string>(command.begin() + 1, command.end()));
+    return shell::run_interactive(shell);
+}

@@ -1,0 +1,91 @@
+// The operator's shell over the dispatch table: checks a command line, calls the command, and
+// prints what came back, in one stable format:
+//
+//     <whatever the command prints: its standard output and diagnostic lines>
+//       *pulIn = 2 (0x2)                      result words the shell lent, in parameter order
+//       pvBuf = 24 47 50                      lent buffers, up to the last non-zero byte
+//       pstPorts[0] = "/dev/ttyAMA1", flag 1  the serial port list
+//     => 0                                    the status word (absent for commands without one)
+//     -- wall 0.042 ms, simulated 2.000000 s  with --timing
+//
+// Refusals (unknown command, wrong number of words, a word that is not a number) go to standard
+// error, and the command is then never called.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "commands.h"
+#include "words.h"
+
+namespace shell
+{
+
+class OutputCapture;
+
+// What the shell asks of the camera it runs on. On a PC the simulated camera fills these in; on
+// the camera they stay empty.
+struct Hooks {
+    std::function<int64_t()> simulated_now; // nanoseconds on the simulated clock
+    std::function<void()> after_command;    // housekeeping between two commands
+};
+
+struct Settings {
+    bool timing = false; // print each command's wall and simulated time
+};
+
+struct CallResult {
+    bool called = false;           // false: refused, nothing was called
+    std::optional<int64_t> status; // none for a command that returns nothing
+    int64_t wall_ns = 0;
+    std::optional<int64_t> simulated_ns;
+    std::string out, err; // what the command wrote, when the call was captured
+};
+
+// 0: success or nothing returned; 1: a non-zero status; 2: refused.
+int exit_code(const CallResult &result);
+
+class Shell
+{
+  public:
+    explicit Shell(Settings settings = {}, Hooks hooks = {}, FILE *out = stdout, FILE *err = stderr);
+
+    // Why `name` with `words` cannot be called, or empty. First line the reason, then the
+    // signature and what to type.
+    std::string check(std::string_view name, const std::vector<std::string> &words) const;
+    // Why `expect` is not a status `name` can return, or empty; `status` receives it.
+    std::string check_expect(std::string_view name, const std::string &expect, int64_t &status) const;
+
+    // Calls `name` after checking it; a refusal is printed on the error stream after `prefix`.
+    // With `capture`, what the command itself writes is kept in the result as well.
+    CallResult call(std::string_view name, const std::vector<std::string> &words,
+                    std::string_view prefix = "clidriver: ", bool capture = false);
+
+    // One command given on the command line (or the shell words help and list): the exit code.
+    int run_once(std::string_view name, const std::vector<std::string> &words);
+
+    // One line typed at the prompt. False once the operator asks to leave.
+    bool run_line(std::string_view line);
+
+    void help(std::string_view topic);
+    void list(std::string_view filter);
+
+    bool simulated() const { return static_cast<bool>(hooks_.simulated_now); }
+    FILE *out() const { return out_; }
+    FILE *err() const { return err_; }
+
+  private:
+    void refuse(std::string_view prefix, const std::string &message);
+
+    Settings settings_;
+    Hooks hooks_;
+    FILE *out_;
+    FILE *err_;
+};
+
+} // namespace shell

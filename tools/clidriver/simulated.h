@@ -1,0 +1,27 @@
+// The simulated camera under the shell on a PC: what --scenario and --trace do. Only the PC
+// build has this; on the camera the shell talks to the hardware.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "shell.h"
+
+namespace shell::simulated
+{
+
+// Loads the scenario file and starts the simulated camera on it, with the product's diagnostic
+// lines going to `console` (the shell's standard output, so lines keep their order).
+// Throws sim::ScenarioError, whose message names the file, line and key.
+void start(const std::string &scenario_path, FILE *console);
+
+// Simulated time for --timing and the summary; the journal is dropped after each command so a
+// long session does not grow.
+Hooks hooks();
+
+// --trace: every journal entry (serial bytes, ioctls, platform calls, sleeps...) as it happens,
+// with its simulated time, on `out`. Diagnostic lines are left out: they are on the console.
+//     ~ 2.000000 s serial-write: serial /dev/ttyAMA1 <- FE 00 04
+void trace_to(FILE *out);
+
+} // namespace shell::simulated

@@ -1,0 +1,116 @@
+#include "words.h"
+
+namespace shell
+{
+namespace
+{
+
+bool is_blank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
+
+struct Word {
+    std::string text;
+    bool quoted = false;
+};
+
+std::string split_words(std::string_view line, std::vector<Word> &words)
+{
+    size_t i = 0;
+    while (i < line.size()) {
+        if (is_blank(line[i])) {
+            ++i;
+            continue;
+        }
+        if (line[i] == '#')
+            break; // a comment runs to the end of the line
+        Word word;
+        while (i < line.size() && !is_blank(line[i])) {
+            if (line[i] != '"') {
+                word.text += line[i++];
+                continue;
+            }
+            word.quoted = true;
+            ++i;
+            bool closed = false;
+            while (i < line.size()) {
+                const char c = line[i++];
+                if (c == '"') {
+                    closed = true;
+                    break;
+                }
+                if (c == '\\' && i < line.size() && (line[i] == '"' || line[i] == '\\'))
+                    word.text += line[i++];
+                else
+                    word.text += c;
+            }
+            if (!closed)
+                return "a quote is not closed";
+        }
+        words.push_back(std::move(word));
+    }
+    return {};
+}
+
+} // namespace
+
+std::string split_line(std::string_view line, CommandLine &command)
+{
+    std::vector<Word> words;
+    if (std::string error = split_words(line, words); !error.empty())
+        return error;
+    command = CommandLine{};
+    for (size_t i = 0; i < words.size(); ++i) {
+        const Word &word = words[i];
+        if (word.quoted || !word.text.starts_with("=>")) {
+            if (i == 0 && word.text.empty())
+                return "an empty command name";
+            if (i == 0)
+                command.name = word.text;
+            else
+                command.words.push_back(word.text);
+            continue;
+        }
+        // "=> N" or "=>N": the expected status, which ends the line.
+        if (i == 0)
+            return "\"=>\" needs a command before it";
+        std::string expect = word.text.substr(2);
+        size_t next = i + 1;
+        if (expect.empty()) {
+            if (next >= words.size())
+                return "\"=>\" needs the expected status after it";
+            expect = words[next++].text;
+        }
+        if (next != words.size())
+            return "\"=> " + expect + "\" must end the line";
+        command.expect = expect;
+        break;
+    }
+    if (!command.name.empty() && command.name.find_first_of(" \t") != std::string::npos)
+        return "'" + command.name + "' is not a command name";
+    return {};
+}
+
+std::string CommandLine::display() const
+{
+    std::string text = name;
+    for (const std::string &word : words) {
+        const bool plain =
+            !word.empty() && word.find_first_of(" \t\"\\#") == std::string::npos && !word.starts_with("=>");
+        if (plain) {
+            text += " " + word;
+            continue;
+        }
+        text += " \"";
+        for (char c : word) {
+            if (c == '"' || c == '\\')
+                text += '\\';
+            text += c;
+        }
+        text += "\"";
+    }
+    return text;
+}
+
+} // namespace shell

@@ -25,7 +25,8 @@ IoctlAnswer IoctlAnswer::words(const std::vector<uint32_t> &values, int result_)
     IoctlAnswer answer;
     answer.result = result_;
     answer.out.resize(values.size() * 4);
-    memcpy(answer.out.data(), values.data(), answer.out.size());
+    if (!values.empty()) // no words: no record to write (and no null pointers for memcpy)
+        memcpy(answer.out.data(), values.data(), answer.out.size());
     return answer;
 }
 

@@ -159,8 +159,10 @@ TEST_F(CharDevices, APathOutsideTheCameraPassesThroughUnjournaled)
     EXPECT_EQ(sim::descriptors().kind(fd), sim::FdKind::None);
     errno = 0;
     int word = 0;
+    // The PC answers, not the bench: ENOTTY from Linux, ENOSYS from qemu-arm, which refuses
+    // requests it cannot translate.
     EXPECT_EQ(ioctl(fd, kRead, &word), -1) << "the real /dev/null knows no camera request";
-    EXPECT_EQ(errno, ENOTTY);
+    EXPECT_TRUE(errno == ENOTTY || errno == ENOSYS) << strerror(errno);
     EXPECT_EQ(close(fd), 0);
     EXPECT_TRUE(sim::journal().since(mark).empty());
 }
@@ -543,9 +545,8 @@ TEST_F(CharDevices, CloseJournalsAndTheDescriptorTableForgets)
     EXPECT_EQ(fcntl(first, F_GETFD), -1) << "the real descriptor is gone too";
 
     uint32_t word = 0;
-    errno = 0;
     EXPECT_EQ(ioctl(first, kRead, &word), -1) << "a closed descriptor is no longer the device";
-    EXPECT_EQ(errno, EBADF);
+    EXPECT_TRUE(ioctls().empty()) << "nor does the bench answer for it";
     EXPECT_EQ(ioctl(second, kRead, &word), 0) << "the other descriptor still is";
     EXPECT_EQ(word, 1u);
     EXPECT_EQ(close(second), 0);

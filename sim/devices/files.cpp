@@ -82,9 +82,12 @@ int Files::open(const std::string &path, int flags)
         std::lock_guard<std::mutex> hold(mutex_);
         script = files_.at(path);
     }
-    int err = script.open_errno != 0 ? script.open_errno : (!script.content ? ENOENT : 0);
+    // The camera's factory files are read-only, and nothing can be created beside them.
+    int err = script.open_errno;
+    if (err == 0 && !script.content)
+        err = (flags & O_CREAT) != 0 ? EROFS : ENOENT;
     if (err == 0 && (flags & O_ACCMODE) != O_RDONLY)
-        err = EROFS; // the camera's factory files are read-only
+        err = EROFS;
     int fd = -1;
     if (err == 0) {
         fd = memory_file(path, *script.content);
@@ -109,11 +112,15 @@ int Files::open(const std::string &path, int flags)
 
 FILE *Files::fopen(const std::string &path, const char *mode)
 {
-    if (mode == nullptr || mode[0] != 'r' || strchr(mode, '+') != nullptr) {
-        errno = EROFS;
+    if (mode == nullptr || mode[0] == '\0' || strchr("rwa", mode[0]) == nullptr) {
+        errno = EINVAL;
         return nullptr;
     }
-    const int fd = open(path, O_RDONLY);
+    // The flags fopen would open with, so that a write is refused (and journaled) as open's is.
+    int flags = strchr(mode, '+') != nullptr ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+    if (mode[0] != 'r')
+        flags |= O_CREAT | (mode[0] == 'w' ? O_TRUNC : O_APPEND);
+    const int fd = open(path, flags);
     if (fd < 0)
         return nullptr;
     FILE *stream = fdopen(fd, "r");

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <optional>
 #include <string>
 #include <sys/wait.h>
@@ -224,24 +225,75 @@ TEST_F(Files, OpenErrnoWinsOverAnAbsentFile)
     EXPECT_EQ(errno, EACCES);
 }
 
-TEST_F(Files, OpeningForWritingIsRefused)
+TEST_F(Files, OpeningForWritingIsRefusedAndJournaled)
 {
-    for (int flags : {O_WRONLY, O_RDWR, O_WRONLY | O_CREAT | O_TRUNC, O_RDWR | O_APPEND}) {
-        SCOPED_TRACE(flags);
+    struct Row {
+        const char *what;
+        std::function<bool()> open; // true when it was refused
+        int access;                 // the access mode journaled
+    };
+    const auto by_open = [](int flags) { return [flags] { return open(kVersion, flags, 0644) == -1; }; };
+    const auto by_fopen = [](const char *mode) {
+        return [mode] { return fopen(kVersion, mode) == nullptr; };
+    };
+    const Row rows[] = {
+        {"open O_WRONLY", by_open(O_WRONLY), O_WRONLY},
+        {"open O_RDWR", by_open(O_RDWR), O_RDWR},
+        {"open O_WRONLY|O_CREAT|O_TRUNC", by_open(O_WRONLY | O_CREAT | O_TRUNC), O_WRONLY},
+        {"open O_RDWR|O_APPEND", by_open(O_RDWR | O_APPEND), O_RDWR},
+        {"fopen w", by_fopen("w"), O_WRONLY},
+        {"fopen a", by_fopen("a"), O_WRONLY},
+        {"fopen r+", by_fopen("r+"), O_RDWR},
+        {"fopen w+", by_fopen("w+"), O_RDWR},
+        {"fopen a+", by_fopen("a+"), O_RDWR},
+        {"fopen rb+", by_fopen("rb+"), O_RDWR},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        const uint64_t mark = sim::journal().next_seq();
         errno = 0;
-        EXPECT_EQ(open(kVersion, flags, 0644), -1);
+        EXPECT_TRUE(row.open());
         EXPECT_EQ(errno, EROFS);
-        EXPECT_EQ(sim::journal().select(sim::Kind::Open).back().err, EROFS);
-    }
-    for (const char *mode : {"w", "a", "r+", "w+", "a+", "rb+"}) {
-        SCOPED_TRACE(mode);
-        errno = 0;
-        EXPECT_EQ(fopen(kVersion, mode), nullptr);
-        EXPECT_EQ(errno, EROFS);
+        const auto entries = sim::journal().since(mark);
+        ASSERT_EQ(entries.size(), 1u);
+        EXPECT_EQ(entries[0].kind, sim::Kind::Open);
+        EXPECT_EQ(entries[0].name, kVersion);
+        EXPECT_EQ(entries[0].result, -1);
+        EXPECT_EQ(entries[0].err, EROFS);
+        EXPECT_EQ(entries[0].values[0] & O_ACCMODE, row.access);
     }
     const auto text = kReaders[0].read(kVersion);
     ASSERT_TRUE(text.has_value());
     EXPECT_EQ(*text, kDefaultVersion) << "the file is as it was";
+}
+
+TEST_F(Files, AbsentFileCannotBeCreated)
+{
+    struct Row {
+        int flags;
+        int err;
+    };
+    // Creating is refused as on a read-only filesystem; opening without creating finds nothing.
+    const Row rows[] = {{O_WRONLY | O_CREAT, EROFS}, {O_RDWR | O_CREAT | O_EXCL, EROFS}, {O_WRONLY, ENOENT}};
+    for (const Row &row : rows) {
+        errno = 0;
+        EXPECT_EQ(open(kEpon, row.flags, 0644), -1) << row.flags;
+        EXPECT_EQ(errno, row.err) << row.flags;
+    }
+    errno = 0;
+    EXPECT_EQ(fopen(kEpon, "w"), nullptr);
+    EXPECT_EQ(errno, EROFS);
+    EXPECT_EQ(fopen(kEpon, "r"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(Files, FopenWithoutAModeIsInvalid)
+{
+    for (const char *mode : {"", "x", "+"}) {
+        errno = 0;
+        EXPECT_EQ(fopen(kVersion, mode), nullptr) << mode;
+        EXPECT_EQ(errno, EINVAL) << mode;
+    }
 }
 
 TEST_F(Files, AnyPathCanBeScriptedAsAFile)

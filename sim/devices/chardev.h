@@ -73,7 +73,9 @@ class Devices
 {
   public:
     void reset();
-    DeviceScript &script(const std::string &path); // creates a present device when new
+    // The device's script. Scripting a device means it is there: this makes it present, new or
+    // not (set `present = false` afterwards for a device that is missing).
+    DeviceScript &script(const std::string &path);
     bool simulated(const std::string &path) const;
     int open(const std::string &path, int flags);
     int ioctl(int fd, unsigned long request, uintptr_t argument);

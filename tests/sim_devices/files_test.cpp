@@ -181,11 +181,19 @@ TEST_F(Files, EponFileIsSimulatedWhateverThePcsTmpHolds)
 {
     // Put a real /tmp/epon_dev_info on the PC (unless one is there already): the camera still has
     // none.
-    const int real = sim::real::open(kEpon, O_WRONLY | O_CREAT | O_EXCL, 0600);
-    const bool made_here = real >= 0;
-    if (made_here) {
-        EXPECT_EQ(sim::real::write(real, "from the PC\n", 12), 12);
-        sim::real::close(real);
+    struct RealFile {
+        bool made = false;
+        ~RealFile()
+        {
+            if (made)
+                unlink(kEpon);
+        }
+    } real;
+    const int fd = sim::real::open(kEpon, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    real.made = fd >= 0;
+    if (real.made) {
+        EXPECT_EQ(sim::real::write(fd, "from the PC\n", 12), 12);
+        sim::real::close(fd);
     }
     errno = 0;
     EXPECT_EQ(fopen(kEpon, "r"), nullptr);
@@ -199,8 +207,6 @@ TEST_F(Files, EponFileIsSimulatedWhateverThePcsTmpHolds)
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(read_stream(stream), "ONU MAC 00:11:22:33:44:55\n");
     fclose(stream);
-    if (made_here)
-        unlink(kEpon);
 }
 
 TEST_F(Files, OpenErrnoFailsTheOpenWithIt)

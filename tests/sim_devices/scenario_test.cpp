@@ -406,6 +406,53 @@ open_errno = "EBUSY"
     EXPECT_EQ(trickle->next_send(), sim::kNever) << "a rule marked once answers once";
 }
 
+TEST_F(ScenarioFiles, PortMisbehaviourOptions)
+{
+    const sim::Scenario read = parse(R"(
+[ports."/dev/ttyS1"]
+peer = "script"
+mode = "silent"
+[[ports."/dev/ttyS1".rule]]
+when_text = "PING"
+answer_text = "PONG"
+
+[ports."/dev/ttyS2"]
+peer = "script"
+mode = "garbage"
+garbage_every_ms = 5
+garbage_chunk = 4
+garbage_seed = 7
+
+[ports."/dev/ttyC0"]
+peer = "script"
+hang_up_after = 2
+
+[ports."/dev/ttyAMBA1"]
+peer = "script"
+hang_up_at_ms = 30
+)");
+    auto silent = read.ports.at("/dev/ttyS1").make_peer();
+    silent->receive(text_bytes("PING"), 0);
+    EXPECT_EQ(silent->next_send(), sim::kNever) << "a silent peer hears and never answers";
+
+    auto garbage = read.ports.at("/dev/ttyS2").make_peer();
+    EXPECT_EQ(garbage->next_send(), 0);
+    EXPECT_EQ(garbage->take(0).size(), 4u);
+    EXPECT_EQ(garbage->next_send(), 5 * sim::kMillisecond);
+    EXPECT_EQ(garbage->take(10 * sim::kMillisecond).size(), 8u);
+
+    auto hangs_after = read.ports.at("/dev/ttyC0").make_peer();
+    hangs_after->receive({0x01}, 0);
+    EXPECT_FALSE(hangs_after->hung_up());
+    hangs_after->receive({0x02}, 0);
+    EXPECT_TRUE(hangs_after->hung_up());
+
+    auto hangs_at = read.ports.at("/dev/ttyAMBA1").make_peer();
+    EXPECT_EQ(hangs_at->next_send(), 30 * sim::kMillisecond);
+    hangs_at->take(30 * sim::kMillisecond);
+    EXPECT_TRUE(hangs_at->hung_up());
+}
+
 TEST_F(ScenarioFiles, WifiSection)
 {
     make("air.pcap", "");

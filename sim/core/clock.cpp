@@ -115,11 +115,47 @@ Nanos Clock::next_moment_locked() const
     return next;
 }
 
+bool Clock::everyone_settled_locked() const
+{
+    if (static_cast<int>(waiters_.size()) < participants_)
+        return false;
+    for (const Waiter *waiter : waiters_)
+        if (waiter->settled != generation_)
+            return false;
+    return true;
+}
+
+// Moves time to the next thing that can happen and delivers the alarm if it is due.
+void Clock::advance_locked()
+{
+    const Nanos next = next_moment_locked();
+    if (next == kNever) {
+        fprintf(stderr, "simulated camera: every thread waits for ever and nothing is scheduled\n");
+        std::abort();
+    }
+    now_ = std::max(now_.load(), next);
+    if (alarm_at_ <= now_) {
+        alarm_at_ = kNever;
+        bool delivered = false;
+        for (Waiter *waiter : waiters_) {
+            if (pthread_equal(waiter->thread, alarm_thread_)) {
+                waiter->interrupted = true;
+                delivered = true;
+            }
+        }
+        if (!delivered) // the thread that set it is gone: any waiter takes the signal
+            waiters_.front()->interrupted = true;
+    }
+    ++generation_;
+}
+
 WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
 {
     std::unique_lock<std::mutex> lock(mutex_);
     Waiter self{pthread_self(), deadline};
     waiters_.push_back(&self);
+    ++generation_;
+    changed_.notify_all();
     WaitEnd end;
     for (;;) {
         fire_due_locked();
@@ -135,38 +171,25 @@ WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
             end = WaitEnd::Deadline;
             break;
         }
-        if (static_cast<int>(waiters_.size()) >= participants_) {
-            // Everyone waits: jump to the next thing that can happen.
-            const Nanos next = next_moment_locked();
-            if (next == kNever) {
-                fprintf(stderr, "simulated camera: every thread waits for ever and nothing is scheduled\n");
-                std::abort();
-            }
-            now_ = std::max(now_.load(), next);
-            if (alarm_at_ <= now_) {
-                alarm_at_ = kNever;
-                bool delivered = false;
-                for (Waiter *waiter : waiters_) {
-                    if (pthread_equal(waiter->thread, alarm_thread_)) {
-                        waiter->interrupted = true;
-                        delivered = true;
-                    }
-                }
-                if (!delivered) // the thread that set it is gone: any waiter takes the signal
-                    waiters_.front()->interrupted = true;
-            }
-            ++generation_;
+        // This waiter has looked at the present state and must wait. Time may move only once
+        // every participant waits and every waiter has looked at the present state: otherwise
+        // one whose condition is already met (bytes arrived, deadline reached) would wake late.
+        self.settled = generation_;
+        if (everyone_settled_locked()) {
+            advance_locked();
             changed_.notify_all();
             continue;
         }
-        // Someone else is still running: wait for it to wait (or for time to move). A thread
-        // that never comes back to the clock (blocked outside the simulation) must not hang the
-        // test for ever, so after a long real-time stall time moves on without it.
+        // Someone else still runs, or has yet to look. A thread that never comes back to the
+        // clock (blocked outside the simulation) must not hang the test for ever, so after a long
+        // real-time stall time moves on without it.
         const uint64_t seen = generation_;
         if (!changed_.wait_for(lock, std::chrono::seconds(20), [&] { return generation_ != seen; })) {
-            fprintf(stderr, "simulated camera: a thread has not come back to the clock for 20 s; "
-                            "moving time on without it\n");
-            --participants_;
+            if (static_cast<int>(waiters_.size()) < participants_) {
+                fprintf(stderr, "simulated camera: a thread has not come back to the clock for 20 s; "
+                                "moving time on without it\n");
+                participants_ = static_cast<int>(waiters_.size());
+            }
             ++generation_;
         }
     }

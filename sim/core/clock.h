@@ -76,10 +76,13 @@ class Clock
         pthread_t thread;
         Nanos deadline;
         bool interrupted = false;
+        uint64_t settled = 0; // the generation at which it last found its condition unmet
     };
 
     void fire_due_locked();
     Nanos next_moment_locked() const;
+    bool everyone_settled_locked() const;
+    void advance_locked();
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;

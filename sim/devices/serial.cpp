@@ -7,7 +7,6 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 #include "core/descriptors.h"
@@ -142,8 +141,11 @@ void Port::product_wrote(size_t count)
             return drained;
         drained = drain_master(count);
         written_.insert(written_.end(), drained.begin(), drained.end());
-        if (peer_ && !drained.empty())
+        if (peer_ && !drained.empty()) {
             peer_->receive(drained, clock().now());
+            if (peer_->hung_up())
+                hang_up();
+        }
         return drained;
     });
     if (bytes.empty())
@@ -225,7 +227,7 @@ void Port::fire(Nanos now)
             const auto give_up = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPtyLatencyMs);
             while (pending_input(keep_) < before + static_cast<int>(sent) &&
                    std::chrono::steady_clock::now() < give_up)
-                std::this_thread::sleep_for(std::chrono::microseconds(50));
+                real::usleep(50); // real time: the simulated clock is held still meanwhile
         }
         Entry entry;
         entry.kind = Kind::SerialSend;

@@ -191,6 +191,13 @@ void Capture::deliver(u_char *user, const struct pcap_pkthdr *header, const u_ch
 {
     auto *replay = reinterpret_cast<Replay *>(user);
     struct pcap_pkthdr seen = *header;
+    // A live capture stamps each frame with the moment it arrived.
+    const size_t index = replay->delivered + replay->delivering++;
+    if (index < replay->arrivals.size()) {
+        const Nanos arrival = replay->arrivals[index];
+        seen.ts.tv_sec = static_cast<time_t>(replay->epoch + arrival / kSecond);
+        seen.ts.tv_usec = static_cast<suseconds_t>((arrival % kSecond) / 1000);
+    }
     // A live capture keeps at most the snapshot length of each frame; the wire length stays.
     if (replay->snaplen > 0 && seen.caplen > static_cast<bpf_u_int32>(replay->snaplen))
         seen.caplen = static_cast<bpf_u_int32>(replay->snaplen);
@@ -235,6 +242,8 @@ int Capture::dispatch(pcap_t *handle, int count, pcap_handler callback, u_char *
     if (due > 0) {
         replay->callback = callback;
         replay->user = user;
+        replay->delivering = 0;
+        replay->epoch = clock().boot_epoch();
         result =
             real::pcap_dispatch(handle, static_cast<int>(due), deliver, reinterpret_cast<u_char *>(replay));
         if (result > 0)

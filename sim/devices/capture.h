@@ -47,6 +47,8 @@ class Capture
         Nanos timeout = kSecond;
         std::vector<Nanos> arrivals; // of the packets that pass the filter, in order
         size_t delivered = 0;
+        size_t delivering = 0; // within the current dispatch
+        int64_t epoch = 0;     // wall-clock seconds at simulated time 0, for the packets' stamps
         pcap_handler callback = nullptr;
         u_char *user = nullptr;
     };

@@ -169,6 +169,12 @@ FILE *Files::popen(const std::string &command, const char *mode)
     return stream;
 }
 
+void Files::forget_stream(FILE *stream)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    pipes_.erase(stream);
+}
+
 std::optional<int> Files::pclose(FILE *stream)
 {
     std::string command;

@@ -35,8 +35,10 @@ class Files
     int open(const std::string &path, int flags);
     FILE *fopen(const std::string &path, const char *mode);
     FILE *popen(const std::string &command, const char *mode);
-    // -1 when `stream` is not a simulated pipe; else its status, the stream closed.
+    // nullopt when `stream` is not a simulated pipe; else its status, the stream closed.
     std::optional<int> pclose(FILE *stream);
+    // A simulated pipe closed with fclose instead of pclose: forget it.
+    void forget_stream(FILE *stream);
 
   private:
     mutable std::mutex mutex_;

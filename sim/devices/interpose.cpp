@@ -8,6 +8,7 @@
 #include <linux/wireless.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -39,6 +40,14 @@ int open_path(const char *path, int flags, mode_t mode)
             return files().open(path, flags);
     }
     return real::open(path, flags, mode);
+}
+
+// Whether an openat names a path the simulator may own. glibc declares the path never null, so
+// the test sits in a function of its own where the compiler cannot assume it away: a null path
+// must reach the kernel and fail with EFAULT as it would on the camera, not crash here.
+__attribute__((noinline)) bool plain_path(int dirfd, const char *path)
+{
+    return path != nullptr && (path[0] == '/' || dirfd == AT_FDCWD);
 }
 
 int mode_argument(int flags, va_list args)
@@ -114,7 +123,7 @@ int openat(int dirfd, const char *path, int flags, ...)
     va_start(args, flags);
     const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
     va_end(args);
-    if (path[0] == '/' || dirfd == AT_FDCWD)
+    if (plain_path(dirfd, path))
         return open_path(path, flags, mode);
     return static_cast<int>(syscall(SYS_openat, dirfd, path, flags, mode));
 }
@@ -125,7 +134,7 @@ int openat64(int dirfd, const char *path, int flags, ...)
     va_start(args, flags);
     const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
     va_end(args);
-    if (path[0] == '/' || dirfd == AT_FDCWD)
+    if (plain_path(dirfd, path))
         return open_path(path, flags | O_LARGEFILE, mode);
     return static_cast<int>(syscall(SYS_openat, dirfd, path, flags | O_LARGEFILE, mode));
 }
@@ -144,7 +153,7 @@ int __open64_2(const char *path, int flags)
 // glibc's fopen opens files without going through open, so it is taken over as well.
 FILE *fopen(const char *path, const char *mode)
 {
-    if (active() && files().simulated_file(path))
+    if (active() && path != nullptr && files().simulated_file(path))
         return files().fopen(path, mode);
     return real::fopen(path, mode);
 }
@@ -156,8 +165,10 @@ FILE *fopen64(const char *path, const char *mode)
 
 int fclose(FILE *stream)
 {
-    if (stream != nullptr)
+    if (stream != nullptr) {
         closing(fileno(stream));
+        files().forget_stream(stream);
+    }
     return real::fclose(stream);
 }
 
@@ -184,7 +195,8 @@ int ioctl(int fd, unsigned long request, ...)
     void *argument = va_arg(args, void *);
     va_end(args);
     if (active()) {
-        if (request == SIOCSIWFREQ)
+        struct stat status {};
+        if (request == SIOCSIWFREQ && fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode))
             return wireless().set_frequency(fd, argument);
         if (descriptors().kind(fd) == FdKind::Device)
             return devices().ioctl(fd, request, reinterpret_cast<uintptr_t>(argument));

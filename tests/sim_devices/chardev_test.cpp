@@ -38,6 +38,15 @@ std::vector<uint8_t> bytes_of(const std::vector<uint32_t> &words)
 class CharDevices : public clitest::SimTest
 {
   protected:
+    // The machinery itself, on a camera with nothing scripted (the healthy camera of
+    // default.toml answers most requests, which would hide the defaults under test).
+    void SetUp() override
+    {
+        SimTest::SetUp();
+        scenario() = sim::Scenario{};
+        restart();
+    }
+
     // Makes `path` present with `request` answering as `script` says.
     sim::RequestScript &script(const char *path, unsigned long request, size_t arg_size = 4)
     {
@@ -104,7 +113,7 @@ TEST_F(CharDevices, OpenOfAPresentDeviceGivesARealDescriptorAndJournalsIt)
 
 TEST_F(CharDevices, CameraDevicesTheScenarioLeavesOutAreAbsent)
 {
-    // The healthy camera's scenario describes no character device: each one the product knows
+    // A scenario that describes no character device: each one the product knows
     // is simulated all the same, and missing, whatever the PC's /dev holds.
     for (const char *const *path = sim::kCameraDevices; *path != nullptr; ++path) {
         SCOPED_TRACE(*path);

@@ -35,6 +35,15 @@ std::vector<uint8_t> words(const std::vector<uint32_t> &values)
 class Platform : public clitest::SimTest
 {
   protected:
+    // The machinery itself, on a camera with nothing scripted (the healthy camera of
+    // default.toml answers most requests, which would hide the defaults under test).
+    void SetUp() override
+    {
+        SimTest::SetUp();
+        scenario() = sim::Scenario{};
+        restart();
+    }
+
     sim::Entry last(const std::string &name) const
     {
         const auto entries = sim::journal().select(sim::Kind::Platform, name);

@@ -82,4 +82,15 @@ static inline const char *cli_base_name(const char *pcPath)
 #define CLI_RESULT(fmt, ...)                                                                                 \
     (CLI_INFO(fmt __VA_OPT__(, ) __VA_ARGS__), CLI_ECHO(fmt __VA_OPT__(, ) __VA_ARGS__))
 
+/* ---- Failures that many commands share; each evaluates to the status word 1 ---------------- */
+
+/* A device or file that will not open: "Open file %s error", ERROR line and console line. */
+#define CLI_OPEN_FAILED(path) (CLI_FAIL("Open file %s error", path), 1u)
+
+/* A driver request that failed: the ERROR line shows the request number in plain hex, the console
+ * line with its 0x prefix. */
+#define CLI_IOCTL_FAILED(request)                                                                  \
+    (CLI_ERROR("ioctl cmd[%x] failed", static_cast<unsigned>(request)),                            \
+     CLI_CONSOLE("ioctl cmd[%#x]", static_cast<unsigned>(request)), 1u)
+
 #endif /* CLIDRIVER_SRC_REPORT_H */

@@ -136,6 +136,26 @@ TEST_F(ReportShapes, ResultIsAnInfoLineAndTheSameWordsOnStdout)
     EXPECT_NE(printed()[0].find("--[ INFO]status: -1\n"), std::string::npos);
 }
 
+TEST_F(ReportShapes, OpenFailureIsAnErrorLineAndItsConsoleLine)
+{
+    unsigned status = 0;
+    const auto io = capture_output([&] { status = CLI_OPEN_FAILED("/dev/motor"); });
+    EXPECT_EQ(status, 1u);
+    EXPECT_EQ(io.err, "[ERROR]:Open file /dev/motor error\t@[src/cli_libfun.cpp operator()]\r\n");
+    ASSERT_EQ(printed().size(), 1u);
+    EXPECT_NE(printed()[0].find("--[ERROR]Open file /dev/motor error\n"), std::string::npos);
+}
+
+TEST_F(ReportShapes, IoctlFailureShowsTheRequestPlainThenWithItsPrefix)
+{
+    unsigned status = 0;
+    const auto io = capture_output([&] { status = CLI_IOCTL_FAILED(0x80046B0CUL); });
+    EXPECT_EQ(status, 1u);
+    EXPECT_EQ(io.err, "[ERROR]:ioctl cmd[0x80046b0c]\t@[src/cli_libfun.cpp operator()]\r\n");
+    ASSERT_EQ(printed().size(), 1u);
+    EXPECT_NE(printed()[0].find("--[ERROR]ioctl cmd[80046b0c] failed\n"), std::string::npos);
+}
+
 TEST_F(ReportShapes, SignalHandlerSetsTheTimeOutFlagAndLeavesItSet)
 {
     gulCliTimeOut = 0;

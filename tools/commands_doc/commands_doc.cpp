@@ -1,6 +1,8 @@
-// Writes the command reference (docs/commands.md) from the command list, or checks that a file
-// holds exactly what it would write:  commands_doc > docs/commands.md
-//                                      commands_doc --check docs/commands.md
+// Writes the command reference (docs/commands.md) from the command list and the per-command notes
+// in docs/commands/NAME.md (what the arguments mean, what the command prints where, its results),
+// or checks that a file holds exactly what it would write:
+//     commands_doc docs/commands > docs/commands.md
+//     commands_doc docs/commands --check docs/commands.md
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -65,6 +67,33 @@ const char *family_title(std::string_view family)
     return "Other";
 }
 
+// The hand-written note of one command, or empty.
+std::string note(const std::string &notes_dir, std::string_view name)
+{
+    std::ifstream file(notes_dir + "/" + std::string(name) + ".md");
+    if (!file)
+        return {};
+    std::stringstream text;
+    text << file.rdbuf();
+    std::string body = text.str();
+    while (!body.empty() && body.back() == '\n')
+        body.pop_back();
+    return body;
+}
+
+// The notes of the rows of one family, after its table.
+void notes_of(std::ostringstream &md, const std::string &notes_dir, const std::vector<Row> &rows,
+              std::string_view family)
+{
+    for (const Row &row : rows) {
+        if (row.family != family)
+            continue;
+        const std::string body = note(notes_dir, row.name);
+        if (!body.empty())
+            md << "\n### `" << row.name << "`\n\n" << body << "\n";
+    }
+}
+
 std::string answer(const Row &row)
 {
     if (row.built)
@@ -74,12 +103,13 @@ std::string answer(const Row &row)
     return "default";
 }
 
-std::string render()
+std::string render(const std::string &notes_dir)
 {
     std::ostringstream md;
     md << "# Command reference\n\n"
-          "Generated from `include/clidriver/commands.def` by `tools/commands_doc`; do not edit by hand\n"
-          "(`dev/update-docs` rewrites it, and a test fails when it is out of date).\n\n"
+          "Generated from `include/clidriver/commands.def` and the notes in `docs/commands/` by\n"
+          "`tools/commands_doc`; edit those, not this file (`dev/update-docs` rewrites it, and a test\n"
+          "fails when it is out of date).\n\n"
           "Every command `X` below is exported twice: `X`, which the shell calls, and its default `__X`.\n"
           "Where the *Answered by* column says *default*, `X` is a weak alias of `__X`: one INFO line\n"
           "\"unsupport this function\" under the name `__X`, result 0, nothing on standard output or\n"
@@ -89,6 +119,8 @@ std::string render()
     size_t count = 0;
     for (const Row &row : kCommands) {
         if (row.family != family) {
+            if (!family.empty())
+                notes_of(md, notes_dir, kCommands, family);
             family = row.family;
             md << "\n## " << family_title(family) << "\n\n"
                << "| Command | Signature | Answered by |\n|---|---|---|\n";
@@ -97,6 +129,7 @@ std::string render()
            << answer(row) << " |\n";
         ++count;
     }
+    notes_of(md, notes_dir, kCommands, family);
     md << "\n" << count << " commands.\n\n";
     md << "## Defaults with their own answer\n\n"
           "| Default | Behaviour | Result |\n|---|---|---|\n"
@@ -117,6 +150,11 @@ std::string render()
     for (const Row &row : kSupport)
         md << "| `" << row.name << "` | `" << row.ret << " " << row.name << row.params << "` | " << row.owner
            << (row.built ? "" : " (not built yet)") << " |\n";
+    for (const Row &row : kSupport) {
+        const std::string body = note(notes_dir, row.name);
+        if (!body.empty())
+            md << "\n### `" << row.name << "`\n\n" << body << "\n";
+    }
     return md.str();
 }
 
@@ -124,20 +162,20 @@ std::string render()
 
 int main(int argc, char **argv)
 {
-    const std::string text = render();
-    if (argc == 3 && std::string_view(argv[1]) == "--check") {
-        std::ifstream file(argv[2]);
+    if (argc != 2 && !(argc == 4 && std::string_view(argv[2]) == "--check")) {
+        std::cerr << "usage: commands_doc NOTES_DIR [--check FILE]\n";
+        return 2;
+    }
+    const std::string text = render(argv[1]);
+    if (argc == 4) {
+        std::ifstream file(argv[3]);
         std::stringstream current;
         current << file.rdbuf();
         if (current.str() != text) {
-            std::cerr << argv[2] << " is out of date: run dev/update-docs\n";
+            std::cerr << argv[3] << " is out of date: run dev/update-docs\n";
             return 1;
         }
         return 0;
-    }
-    if (argc != 1) {
-        std::cerr << "usage: commands_doc [--check FILE]\n";
-        return 2;
     }
     std::cout << text;
     return 0;

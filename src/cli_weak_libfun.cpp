@@ -24,6 +24,9 @@ static inline const char *Cli_GetBaseName(void)
  * Three defaults return nothing although the command they stand in for returns a status: their
  * alias keeps the public type, which is what the shell links against. */
 #pragma GCC diagnostic ignored "-Wunused-parameter"
+#if defined(__clang__)
+#pragma clang diagnostic ignored "-Wunknown-warning-option"
+#endif
 #pragma GCC diagnostic ignored "-Wattribute-alias"
 
 /* The standard answer, reported under the default's own name (with its two underscores) and the

@@ -8,10 +8,17 @@ namespace sim::real
 namespace
 {
 
-// The next definition after the executable's own: libc's (or a sanitizer's wrapper around it).
+// The function behind the executable's own definition. A sanitizer runtime keeps its wrapper
+// under __interceptor_NAME: taken first, so the sanitizer still sees the call (with clang its
+// runtime is linked into the executable, where RTLD_NEXT would skip it and go straight to libc).
+// Otherwise the next definition after the executable's: libc's.
 template <typename Function> Function next(const char *name)
 {
-    void *symbol = dlsym(RTLD_NEXT, name);
+    char wrapped[96];
+    snprintf(wrapped, sizeof wrapped, "__interceptor_%s", name);
+    void *symbol = dlsym(RTLD_DEFAULT, wrapped);
+    if (symbol == nullptr)
+        symbol = dlsym(RTLD_NEXT, name);
     if (symbol == nullptr) {
         fprintf(stderr, "simulated camera: no real %s behind the interposed one\n", name);
         abort();

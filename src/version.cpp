@@ -2,6 +2,10 @@
  * Version reports.
  */
 #include "clidriver/clidriver.h"
+#include "product.h"
+
+/* Zero at load: the product type reads 0 until CLI_GetProductAllVersion has run. */
+CliProductRecord g_stCliProduct = {};
 
 /* Camera type codes and their paired codes, for the rest of the camera software; this library
  * only exports the table. */

@@ -24,44 +24,21 @@ std::string refusal_of(const std::string &name, const std::vector<Param> &params
     const int index = callable.unsupported_param();
     if (index >= 0) {
         const Param &param = params.at(static_cast<size_t>(index));
-        return name + " takes " + param.type + " " + param.name +
+        const std::string declared = param.type + (param.type.ends_with('*') ? "" : " ") + param.name;
+        return name + " takes " + declared +
                ", which the shell cannot supply; call it from a program instead";
     }
     return {};
-}
-
-Entry make_entry(std::string_view family, std::string name, Origin origin, std::string_view returns,
-                 std::string_view params, std::unique_ptr<Callable> callable)
-{
-    Entry entry;
-    entry.family = family;
-    entry.origin = origin;
-    entry.signature = std::string(returns) + " " + name + std::string(params);
-    entry.params = split_params(params);
-    entry.refusal = refusal_of(name, entry.params, *callable, returns);
-    entry.name = std::move(name);
-    entry.callable = std::move(callable);
-    return entry;
 }
 
 template <typename P, typename D>
 void add_command(std::vector<Entry> &table, const char *family, const char *name, const char *returns,
                  const char *params, const char *default_returns, P command, D fallback)
 {
-    // The public name is a weak alias of the default until something defines it strongly: then
-    // both names resolve to the same code.
-    const bool in_force = reinterpret_cast<const void *>(command) == reinterpret_cast<const void *>(fallback);
-    Entry entry = make_entry(family, name, Origin::Command, returns, params, bind(command));
-    entry.default_in_force = in_force;
-    if constexpr (!std::is_same_v<P, D>) {
-        if (in_force) {
-            entry.callable = bind(fallback);
-            entry.status_from_default = true;
-        }
-    }
+    auto [entry, fallback_entry] =
+        command_entries(family, name, returns, params, default_returns, command, fallback);
     table.push_back(std::move(entry));
-    table.push_back(make_entry(family, std::string("__") + name, Origin::Default, default_returns, params,
-                               bind(fallback)));
+    table.push_back(std::move(fallback_entry));
 }
 
 template <typename F>
@@ -125,6 +102,20 @@ size_t distance(std::string_view a, std::string_view b)
 }
 
 } // namespace
+
+Entry make_entry(std::string_view family, std::string name, Origin origin, std::string_view returns,
+                 std::string_view params, std::unique_ptr<Callable> callable)
+{
+    Entry entry;
+    entry.family = family;
+    entry.origin = origin;
+    entry.signature = std::string(returns) + " " + name + std::string(params);
+    entry.params = split_params(params);
+    entry.refusal = refusal_of(name, entry.params, *callable, returns);
+    entry.name = std::move(name);
+    entry.callable = std::move(callable);
+    return entry;
+}
 
 const std::vector<Entry> &command_table()
 {

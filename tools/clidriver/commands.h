@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "callable.h"
@@ -38,7 +40,32 @@ struct Entry {
 };
 
 const std::vector<Entry> &command_table();
+
+// An entry for `callable`, with its signature and refusal worked out (the table is made of these;
+// tests make their own from functions of their own).
+Entry make_entry(std::string_view family, std::string name, Origin origin, std::string_view returns,
+                 std::string_view params, std::unique_ptr<Callable> callable);
 const Entry *find_command(std::string_view name);
+
+// The entries of one command of the list and of its default. The public name is a weak alias of
+// the default until something defines it strongly: then both pointers are the same code.
+template <typename P, typename D>
+std::pair<Entry, Entry> command_entries(std::string_view family, const std::string &name,
+                                        std::string_view returns, std::string_view params,
+                                        std::string_view default_returns, P command, D fallback)
+{
+    const bool in_force = reinterpret_cast<const void *>(command) == reinterpret_cast<const void *>(fallback);
+    Entry entry = make_entry(family, name, Origin::Command, returns, params, bind(command));
+    entry.default_in_force = in_force;
+    if constexpr (!std::is_same_v<P, D>) {
+        if (in_force) {
+            entry.callable = bind(fallback);
+            entry.status_from_default = true;
+        }
+    }
+    return {std::move(entry),
+            make_entry(family, "__" + name, Origin::Default, default_returns, params, bind(fallback))};
+}
 
 // A support operation of the list that this library does not build yet.
 bool listed_but_not_built(std::string_view name);

@@ -1,0 +1,226 @@
+// One command through the shell on the simulated camera: what the operator sees, the exit code,
+// and that a refused command line never reaches the library.
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "core/journal.h"
+#include "platform/platform.h"
+#include "shell.h"
+#include "sim_fixture.h"
+#include "simulated.h"
+
+namespace
+{
+
+using clitest::Call;
+
+class ShellCalls : public clitest::SimTest
+{
+  protected:
+    // Diagnostic lines on the console, as main sets them on a PC.
+    void SetUp() override
+    {
+        SimTest::SetUp();
+        sim::platform().set_console(stdout);
+    }
+
+    // The shell as main builds it on a PC, but keeping the journal so the test can read it.
+    shell::Shell make_shell(bool timing = false)
+    {
+        shell::Hooks hooks = shell::simulated::hooks();
+        hooks.after_command = nullptr;
+        return shell::Shell(shell::Settings{timing}, hooks);
+    }
+
+    int once(const std::string &name, const std::vector<std::string> &words, Call &call, bool timing = false)
+    {
+        shell::Shell shell = make_shell(timing);
+        int code = -1;
+        call = run([&] { code = shell.run_once(name, words); });
+        return code;
+    }
+};
+
+TEST_F(ShellCalls, DefaultCommandPrintsItsLineThenTheStatus)
+{
+    Call call;
+    EXPECT_EQ(once("CLI_GetRawData", {}, call), 0);
+    EXPECT_EQ(call.messages(), std::vector<std::string>{" INFO __CLI_GetRawData: unsupport this function"});
+    ASSERT_EQ(call.printed.size(), 1u);
+    EXPECT_EQ(call.out, call.printed[0] + "=> 0\n") << "the diagnostic line reaches the console, in order";
+    EXPECT_EQ(call.err, "");
+}
+
+TEST_F(ShellCalls, ResultWordsArePrintedBeforeTheStatus)
+{
+    Call call;
+    EXPECT_EQ(once("__CLI_GetAlarmPortNum", {}, call), 0);
+    EXPECT_EQ(call.out, "  *pulIn = 2 (0x2)\n  *pulOut = 1 (0x1)\n=> 0\n");
+    EXPECT_EQ(once("CLI_HeatCtrlBoardToSlot", {"1", "0xABCD"}, call), 0);
+    EXPECT_EQ(call.out, "  *pulOut = 43981 (0xabcd)\n=> 0\n");
+    EXPECT_EQ(once("__CLI_GetFlashType", {}, call), 0);
+    EXPECT_EQ(call.out, call.printed.at(0) + "  *pulType = 0 (0x0)\n=> 0\n");
+}
+
+TEST_F(ShellCalls, SerialPortListAndBufferAreLentAndShown)
+{
+    Call call;
+    EXPECT_EQ(once("__CLI_RsInit", {}, call), 0);
+    EXPECT_NE(call.out.find("  pstPorts[0] = NULL, flag 0\n  pstPorts[1] = NULL, flag 0\n"
+                            "  pstPorts[2] = NULL, flag 0\n=> 0\n"),
+              std::string::npos)
+        << call.out;
+    EXPECT_EQ(once("__CLI_Treadn", {"-1", "16", "0.5"}, call), 0);
+    EXPECT_NE(call.out.find("  pvBuf = (all zero)\n=> 0\n"), std::string::npos) << call.out;
+}
+
+TEST_F(ShellCalls, CommandsWithoutAStatusPrintNone)
+{
+    Call call;
+    EXPECT_EQ(once("__CLI_SetCtrlBoard485BaudRata", {"115200"}, call), 0);
+    EXPECT_EQ(call.messages(),
+              std::vector<std::string>{" INFO __CLI_SetCtrlBoard485BaudRata: unsupport this function"});
+    EXPECT_EQ(call.out.find("=>"), std::string::npos) << call.out;
+    EXPECT_EQ(once("__CLI_GetSysEmmcDiskNum", {}, call), 0);
+    EXPECT_EQ(call.out, "") << "a silent default with no status leaves nothing to print";
+}
+
+TEST_F(ShellCalls, SignedArgumentsTakeAMinusSign)
+{
+    Call call;
+    EXPECT_EQ(once("__CLi_ParkLedCtrlSingle", {"-1", "0"}, call), 0);
+    EXPECT_EQ(call.messages(),
+              std::vector<std::string>{" INFO __CLi_ParkLedCtrlSingle: unsupport this function"});
+}
+
+// The check that a refused line never reaches the library must be able to see a call.
+TEST_F(ShellCalls, JournalShowsACallThatHappened)
+{
+    Call call;
+    once("CLI_GetRawData", {}, call);
+    EXPECT_EQ(call.of(sim::Kind::Print).size(), 1u);
+}
+
+TEST_F(ShellCalls, UnknownCommandIsNeverCalled)
+{
+    Call call;
+    EXPECT_EQ(once("CLI_GetRawDat", {}, call), 2);
+    EXPECT_TRUE(call.journal.empty());
+    EXPECT_EQ(call.out, "");
+    EXPECT_EQ(call.err, "clidriver: unknown command 'CLI_GetRawDat'\n"
+                        "  did you mean CLI_GetRawData?\n"
+                        "  list shows every command\n");
+}
+
+TEST_F(ShellCalls, WrongArgumentCountSaysTheSignatureAndCallsNothing)
+{
+    Call call;
+    EXPECT_EQ(once("CLI_GetRawData", {"1"}, call), 2);
+    EXPECT_TRUE(call.of(sim::Kind::Print).empty());
+    EXPECT_EQ(call.out, "");
+    EXPECT_EQ(call.err, "clidriver: CLI_GetRawData takes no arguments, 1 given\n"
+                        "  int32_t CLI_GetRawData(void)\n"
+                        "  usage: CLI_GetRawData\n");
+
+    EXPECT_EQ(once("CLI_HeatCtrlBoardToSlot", {"1", "2", "3"}, call), 2);
+    EXPECT_TRUE(call.of(sim::Kind::Print).empty());
+    EXPECT_EQ(call.err,
+              "clidriver: CLI_HeatCtrlBoardToSlot takes 2 arguments, 3 given\n"
+              "  uint32_t CLI_HeatCtrlBoardToSlot(uint32_t ulBoard, uint32_t ulSlot, uint32_t *pulOut)\n"
+              "  usage: CLI_HeatCtrlBoardToSlot ulBoard ulSlot\n"
+              "  the shell lends pulOut and prints it after the call\n");
+
+    EXPECT_EQ(once("CLI_SetLedColor", {}, call), 2);
+    EXPECT_NE(call.err.find("CLI_SetLedColor takes 1 argument, 0 given"), std::string::npos) << call.err;
+}
+
+TEST_F(ShellCalls, NotANumberCallsNothing)
+{
+    Call call;
+    for (const char *junk : {"green", "0x", "1.0", "4294967296", "-1"}) {
+        SCOPED_TRACE(junk);
+        EXPECT_EQ(once("CLI_SetLedColor", {junk}, call), 2);
+        EXPECT_TRUE(call.of(sim::Kind::Print).empty());
+        EXPECT_EQ(call.out, "");
+        EXPECT_EQ(
+            call.err.rfind("clidriver: CLI_SetLedColor: enLedColor: '" + std::string(junk) + "' is ", 0), 0u)
+            << call.err;
+    }
+}
+
+TEST_F(ShellCalls, SupportOperationNotBuiltIsNamedAsSuch)
+{
+    Call call;
+    EXPECT_EQ(once("CLI_ParkLedFlashThread", {}, call), 2);
+    EXPECT_TRUE(call.journal.empty());
+    EXPECT_EQ(call.err,
+              "clidriver: CLI_ParkLedFlashThread is a support operation of the command list that this "
+              "library does not build yet\n");
+}
+
+TEST_F(ShellCalls, TimingLineFollowsTheStatus)
+{
+    Call call;
+    EXPECT_EQ(once("CLI_GetRawData", {}, call, true), 0);
+    const std::regex shape("=> 0\n-- wall [0-9]+\\.[0-9]{3} ms, simulated 0\\.000000 s\n$");
+    EXPECT_TRUE(std::regex_search(call.out, shape)) << call.out;
+
+    shell::Shell camera(shell::Settings{true}, shell::Hooks{});
+    call = run([&] { camera.run_once("CLI_GetRawData", {}); });
+    EXPECT_TRUE(std::regex_search(call.out, std::regex("=> 0\n-- wall [0-9]+\\.[0-9]{3} ms\n$"))) << call.out;
+}
+
+TEST_F(ShellCalls, HelpAndList)
+{
+    shell::Shell shell = make_shell();
+    Call call = run([&] { shell.run_once("help", {"CLI_HeatCtrlBoardToSlot"}); });
+    EXPECT_EQ(call.out,
+              "uint32_t CLI_HeatCtrlBoardToSlot(uint32_t ulBoard, uint32_t ulSlot, uint32_t *pulOut)\n"
+              "  usage: CLI_HeatCtrlBoardToSlot ulBoard ulSlot\n"
+              "  lent by the shell and printed after the call: pulOut\n"
+              "  answered by its default __CLI_HeatCtrlBoardToSlot\n");
+    call = run([&] { shell.run_once("list", {"gpscoor"}); });
+    EXPECT_EQ(call.out, "CLI_GetGpsCoor ulMode\n__CLI_GetGpsCoor ulMode\n2 commands\n");
+    call = run([&] { shell.run_once("list", {"nothing like it"}); });
+    EXPECT_EQ(call.out, "no commands\n");
+    call = run([&] { shell.run_once("help", {}); });
+    EXPECT_NE(call.out.find("list [TEXT]"), std::string::npos);
+    int code = 0;
+    call = run([&] { code = shell.run_once("help", {"CLI_Nope"}); });
+    EXPECT_NE(call.err.find("unknown command 'CLI_Nope'"), std::string::npos);
+    call = run([&] { code = shell.run_once("list", {"a", "b"}); });
+    EXPECT_EQ(code, 2);
+    EXPECT_TRUE(call.journal.empty());
+}
+
+TEST_F(ShellCalls, PromptLines)
+{
+    shell::Shell shell = make_shell();
+    bool go_on = false;
+    Call call = run([&] { go_on = shell.run_line("CLI_HeatCtrlBoardToSlot 1 2   # slot check"); });
+    EXPECT_TRUE(go_on);
+    EXPECT_EQ(call.out, "  *pulOut = 2 (0x2)\n=> 0\n");
+    call = run([&] { go_on = shell.run_line("CLI_GetRawData => 1"); });
+    EXPECT_NE(call.out.find("=> 0\nFAIL: expected 1, got 0\n"), std::string::npos) << call.out;
+    call = run([&] { go_on = shell.run_line("CLI_GetFlashType => -1"); });
+    EXPECT_TRUE(call.journal.empty()) << "an impossible expectation stops the line before the call";
+    EXPECT_NE(call.err.find("expected status: '-1' is out of range for uint32_t"), std::string::npos)
+        << call.err;
+    call = run([&] { go_on = shell.run_line("CLI_SniffMac \"aa:bb"); });
+    EXPECT_EQ(call.err, "clidriver: a quote is not closed\n");
+    call = run([&] { go_on = shell.run_line("   # only a note"); });
+    EXPECT_TRUE(go_on);
+    EXPECT_EQ(call.out + call.err, "");
+    call = run([&] { go_on = shell.run_line("quit"); });
+    EXPECT_FALSE(go_on);
+}
+
+TEST_F(ShellCalls, JournalIsDroppedBetweenCommandsOfALongSession)
+{
+    shell::Shell shell(shell::Settings{}, shell::simulated::hooks());
+    run([&] { shell.run_once("CLI_GetRawData", {}); });
+    EXPECT_TRUE(sim::journal().all().empty());
+}
+
+} // namespace

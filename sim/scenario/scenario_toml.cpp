@@ -5,6 +5,7 @@
 #include <sstream>
 #include <sys/stat.h>
 
+#include "peripherals/hub_toml.h"
 #include "peripherals/scripted_peer.h"
 #include "scenario/scenario.h"
 #include "scenario/section.h"
@@ -422,6 +423,7 @@ namespace
 {
 const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"script", load_script_peer},
+    {"hub", load_hub_peer},
 };
 } // namespace
 

@@ -1,0 +1,528 @@
+// The simulated peripheral hub: reading the product's frames, channels and rates, routing to the
+// devices behind its ports, acknowledgements, silence, frames wrong on purpose, and its scenario
+// keys. Most cases drive the peer directly on a line of known speed; the last ones go through a
+// real pty as the product would.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/clock.h"
+#include "devices/serial.h"
+#include "peripherals/hub.h"
+#include "peripherals/scripted_peer.h"
+#include "scenario/scenario.h"
+#include "sim_fixture.h"
+
+namespace
+{
+
+using sim::kMillisecond;
+using sim::kSecond;
+using Bytes = std::vector<uint8_t>;
+
+// A line whose speed the test chooses.
+class FixedLine : public sim::PortLine
+{
+  public:
+    explicit FixedLine(unsigned baud) : baud_(baud) {}
+    const std::string &path() const override { return path_; }
+    unsigned baud() const override { return baud_; }
+    bool open_by_product() const override { return true; }
+
+  private:
+    std::string path_ = "/dev/ttyC0";
+    unsigned baud_;
+};
+
+Bytes text(const std::string &characters)
+{
+    return Bytes(characters.begin(), characters.end());
+}
+
+// A frame as the product builds it, written out here independently.
+Bytes frame(uint16_t port, uint8_t command, const Bytes &payload = {})
+{
+    const size_t length = payload.size() + 4;
+    Bytes bytes = {0xFE,   static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length),
+                   0x01,   static_cast<uint8_t>(port >> 8),   static_cast<uint8_t>(port),
+                   command};
+    bytes.insert(bytes.end(), payload.begin(), payload.end());
+    unsigned sum = 0;
+    for (size_t i = 3; i < bytes.size(); ++i)
+        sum += bytes[i];
+    bytes.push_back(static_cast<uint8_t>(sum >> 8));
+    bytes.push_back(static_cast<uint8_t>(sum));
+    return bytes;
+}
+
+Bytes rate(uint32_t value)
+{
+    return {static_cast<uint8_t>(value >> 24), static_cast<uint8_t>(value >> 16),
+            static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+}
+
+constexpr sim::Nanos byte_at(unsigned baud)
+{
+    return 10 * kSecond / baud;
+}
+
+// Everything the hub sends until `until`, in order.
+Bytes drain(sim::Peer &peer, sim::Nanos until)
+{
+    Bytes all;
+    while (peer.next_send() <= until) {
+        const Bytes due = peer.take(peer.next_send());
+        all.insert(all.end(), due.begin(), due.end());
+    }
+    return all;
+}
+
+class Hub : public ::testing::Test
+{
+  protected:
+    void SetUp() override { hub.attach(&line); }
+
+    // A scripted device behind `port`; the hub owns it, the test keeps a pointer.
+    sim::ScriptedPeer *device_at(uint16_t port)
+    {
+        auto device = std::make_unique<sim::ScriptedPeer>();
+        sim::ScriptedPeer *kept = device.get();
+        hub.add_device(port, std::move(device));
+        return kept;
+    }
+
+    FixedLine line{115200};
+    sim::HubPeer hub;
+};
+
+TEST_F(Hub, ReadsFramesWholeOrInPiecesAndSkipsWhatIsNoFrame)
+{
+    const Bytes open = frame(sim::kHubPortGps, sim::kHubOpen);
+    const Bytes rated = frame(sim::kHubPortGps, sim::kHubSetRate, rate(9600));
+    Bytes stream = {0x00, 0x13};
+    stream.insert(stream.end(), open.begin(), open.end());
+    stream.insert(stream.end(), rated.begin(), rated.end());
+    for (size_t i = 0; i < stream.size(); ++i) // one byte at a time, as a slow UART hands them over
+        hub.receive({stream[i]}, static_cast<sim::Nanos>(i));
+    ASSERT_EQ(hub.heard().size(), 2u);
+    EXPECT_EQ(hub.heard()[0].command, sim::kHubOpen);
+    EXPECT_EQ(hub.heard()[0].port, sim::kHubPortGps);
+    EXPECT_EQ(hub.heard()[1].payload, rate(9600));
+    EXPECT_EQ(hub.skipped(), 2u);
+    EXPECT_TRUE(hub.channel_open(sim::kHubPortGps));
+    EXPECT_EQ(hub.channel_rate(sim::kHubPortGps), 9600u);
+    EXPECT_FALSE(hub.channel_open(sim::kHubPortRfid));
+}
+
+TEST_F(Hub, AFrameItCannotTrustIsHeardButNotActedOn)
+{
+    Bytes wrong_sum = frame(sim::kHubPortGps, sim::kHubOpen);
+    wrong_sum.back() ^= 1;
+    Bytes wrong_kind = frame(sim::kHubPortGps, sim::kHubOpen);
+    wrong_kind[3] = 0x02;
+    wrong_kind.back() += 1; // keep the sum right: only the kind is wrong
+    hub.receive(wrong_sum, 0);
+    hub.receive(wrong_kind, 0);
+    ASSERT_EQ(hub.heard().size(), 2u);
+    EXPECT_FALSE(hub.heard()[0].checksum_ok);
+    EXPECT_TRUE(hub.heard()[1].checksum_ok);
+    EXPECT_FALSE(hub.heard()[1].kind_ok);
+    EXPECT_FALSE(hub.channel_open(sim::kHubPortGps));
+}
+
+TEST_F(Hub, ALengthTooShortForAFrameIsSkippedAndTheNextHeadFound)
+{
+    Bytes stream = {0xFE, 0x00, 0x02};
+    const Bytes open = frame(sim::kHubPortRfid, sim::kHubOpen);
+    stream.insert(stream.end(), open.begin(), open.end());
+    hub.receive(stream, 0);
+    ASSERT_EQ(hub.heard().size(), 1u);
+    EXPECT_EQ(hub.heard()[0].port, sim::kHubPortRfid);
+}
+
+TEST_F(Hub, PayloadsReachAnOpenChannelsDeviceOnly)
+{
+    sim::ScriptedPeer *gps = device_at(sim::kHubPortGps);
+    gps->add_rule({text("?"), text("!")});
+    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("?")), 0);
+    EXPECT_FALSE(hub.heard().back().delivered) << "the channel is not open yet";
+    EXPECT_EQ(hub.next_send(), sim::kNever);
+
+    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    hub.receive(frame(sim::kHubPortGps, sim::kHubSetRate, rate(4800)), 0);
+    hub.receive(frame(sim::kHubPortRfid, sim::kHubPass, text("?")), 0);
+    EXPECT_FALSE(hub.heard().back().delivered) << "nothing hangs behind the RFID port";
+    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("?")), 10 * kMillisecond);
+    EXPECT_TRUE(hub.heard().back().delivered);
+
+    // The device answers at the 4800 baud its channel was told; the hub forwards the byte in a
+    // frame from the device's port at the line's 115200.
+    const sim::Nanos answered = 10 * kMillisecond + byte_at(4800);
+    EXPECT_EQ(hub.next_send(), answered);
+    EXPECT_TRUE(hub.take(answered).empty()) << "the frame is only now going out";
+    const Bytes expected = frame(sim::kHubPortGps, sim::kHubPass, text("!"));
+    EXPECT_EQ(hub.next_send(), answered + static_cast<sim::Nanos>(expected.size()) * byte_at(115200));
+    EXPECT_EQ(drain(hub, kSecond), expected);
+}
+
+TEST_F(Hub, TheDevicesLineShowsItsChannelsRateAndState)
+{
+    struct Probe : sim::ScriptedPeer {
+        const sim::PortLine *seen() const { return line_; }
+    };
+    auto probe = std::make_unique<Probe>();
+    Probe *kept = probe.get();
+    hub.add_device(sim::kHubPortZigbee, std::move(probe));
+    ASSERT_NE(kept->seen(), nullptr);
+    EXPECT_EQ(kept->seen()->baud(), 0u) << "not told yet";
+    EXPECT_FALSE(kept->seen()->open_by_product());
+    hub.receive(frame(sim::kHubPortZigbee, sim::kHubOpen), 0);
+    hub.receive(frame(sim::kHubPortZigbee, sim::kHubSetRate, rate(38400)), 0);
+    EXPECT_EQ(kept->seen()->baud(), 38400u);
+    EXPECT_TRUE(kept->seen()->open_by_product());
+    EXPECT_EQ(kept->seen()->path(), "hub port 0x005D");
+    hub.receive(frame(sim::kHubPortZigbee, sim::kHubClose), 0);
+    EXPECT_FALSE(kept->seen()->open_by_product());
+}
+
+TEST_F(Hub, AClosedChannelDropsWhatItsDeviceSends)
+{
+    sim::ScriptedPeer *rfid = device_at(sim::kHubPortRfid);
+    rfid->announce(100 * kMillisecond, text("lost"));
+    rfid->announce(300 * kMillisecond, text("kept"));
+    EXPECT_TRUE(drain(hub, 200 * kMillisecond).empty());
+    hub.receive(frame(sim::kHubPortRfid, sim::kHubOpen), 200 * kMillisecond);
+    EXPECT_EQ(drain(hub, kSecond), frame(sim::kHubPortRfid, sim::kHubPass, text("kept")));
+}
+
+TEST_F(Hub, LongDeviceDataIsSplitIntoFramesOfTheLargestPayload)
+{
+    hub.set_max_payload(6);
+    sim::ScriptedPeer *gps = device_at(sim::kHubPortGps);
+    gps->announce(0, text("$GPGGA,1"));
+    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    Bytes expected = frame(sim::kHubPortGps, sim::kHubPass, text("$GPGGA"));
+    const Bytes second = frame(sim::kHubPortGps, sim::kHubPass, text(",1"));
+    expected.insert(expected.end(), second.begin(), second.end());
+    EXPECT_EQ(drain(hub, kSecond), expected);
+}
+
+TEST_F(Hub, AcknowledgesOpenRateAndCloseOnlyWhenAsked)
+{
+    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    EXPECT_EQ(hub.next_send(), sim::kNever);
+
+    hub.acknowledge(5 * kMillisecond, {0x00});
+    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    hub.receive(frame(sim::kHubPortGps, sim::kHubSetRate, rate(9600)), 0);
+    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("x")), 0);
+    hub.receive(frame(sim::kHubPortGps, sim::kHubClose), 0);
+    Bytes expected;
+    for (uint8_t command : {sim::kHubOpen, sim::kHubSetRate, sim::kHubClose}) {
+        const Bytes ack = frame(sim::kHubPortGps, command, {0x00});
+        expected.insert(expected.end(), ack.begin(), ack.end());
+    }
+    EXPECT_EQ(drain(hub, kSecond), expected) << "one after the other, the pass payload unanswered";
+
+    hub.acknowledge(0, {}, 0x0000);
+    hub.receive(frame(sim::kHubPortRfid, sim::kHubOpen), 2 * kSecond);
+    EXPECT_EQ(drain(hub, 3 * kSecond), frame(0x0000, sim::kHubOpen));
+}
+
+TEST_F(Hub, ASilentHubSendsNothingOfItsOwnButScheduledFramesStillGo)
+{
+    sim::ScriptedPeer *gps = device_at(sim::kHubPortGps);
+    gps->add_rule({text("?"), text("!")});
+    hub.acknowledge(0);
+    hub.set_box_temperature(20);
+    hub.set_silent(true);
+    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("?")), 0);
+    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    sim::HubFrame odd;
+    odd.port = 0x1234;
+    hub.send_frame(kSecond, odd);
+    EXPECT_EQ(drain(hub, 2 * kSecond), frame(0x1234, sim::kHubPass));
+}
+
+TEST_F(Hub, ThePeripheralBoxSwitchesItsHeaterAndTellsItsTemperature)
+{
+    hub.set_box_temperature(0xF6);
+    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxHeaterPrepare, {0x00}), 0);
+    hub.receive(frame(sim::kHubPortBox, sim::kHubSetRate, {0x01}), 0);
+    EXPECT_TRUE(hub.box_heater_on());
+    hub.receive(frame(sim::kHubPortBox, sim::kHubSetRate, {0x00}), 0);
+    EXPECT_FALSE(hub.box_heater_on());
+    EXPECT_EQ(hub.channel_rate(sim::kHubPortBox), 0u) << "a one-byte payload is the heater, not a rate";
+    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    EXPECT_EQ(drain(hub, kSecond), frame(sim::kHubPortBox, sim::kHubBoxRequest, {0xF6}));
+}
+
+TEST_F(Hub, FramesCanBeWrongInEveryFieldOnPurpose)
+{
+    sim::HubFrame base;
+    base.port = sim::kHubPortGps;
+    base.payload = text("ab");
+    EXPECT_EQ(base.bytes(), frame(sim::kHubPortGps, sim::kHubPass, text("ab")));
+
+    sim::HubFrame wrong = base;
+    wrong.head = 0x7E;
+    wrong.kind = 0x09;
+    wrong.length = 1020;
+    wrong.checksum = 0xBEEF;
+    wrong.command = 0xE1;
+    const Bytes bytes = wrong.bytes();
+    EXPECT_EQ(bytes, (Bytes{0x7E, 0x03, 0xFC, 0x09, 0x00, 0x5B, 0xE1, 'a', 'b', 0xBE, 0xEF}));
+    wrong.truncate = 4;
+    EXPECT_EQ(wrong.bytes(), (Bytes{0x7E, 0x03, 0xFC, 0x09}));
+    wrong.truncate = 100;
+    EXPECT_EQ(wrong.bytes(), bytes) << "cutting beyond the end leaves the frame whole";
+}
+
+struct FaultRow {
+    const char *name;
+    sim::HubFault fault;
+    std::optional<int64_t> value;
+    Bytes expected; // the first own frame: the box's answer {0x14} from port 5, command 7
+};
+
+class HubFaults : public Hub, public ::testing::WithParamInterface<FaultRow>
+{
+};
+
+// The right answer is FE 00 05 01 00 05 07 14 00 21.
+TEST_P(HubFaults, SpoilTheNumberedFrameAndNoOther)
+{
+    hub.set_box_temperature(0x14);
+    hub.add_fault(1, GetParam().fault, GetParam().value);
+    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    Bytes expected = GetParam().expected;
+    const Bytes right = frame(sim::kHubPortBox, sim::kHubBoxRequest, {0x14});
+    ASSERT_EQ(right, (Bytes{0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}));
+    expected.insert(expected.end(), right.begin(), right.end());
+    EXPECT_EQ(drain(hub, kSecond), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, HubFaults,
+    ::testing::Values(
+        FaultRow{"BadHead",
+                 sim::HubFault::BadHead,
+                 {},
+                 {0xFD, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}},
+        FaultRow{"BadHeadGiven",
+                 sim::HubFault::BadHead,
+                 0x00,
+                 {0x00, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}},
+        FaultRow{"BadKind",
+                 sim::HubFault::BadKind,
+                 {},
+                 {0xFE, 0x00, 0x05, 0x02, 0x00, 0x05, 0x07, 0x14, 0x00, 0x22}},
+        FaultRow{"WrongPort",
+                 sim::HubFault::WrongPort,
+                 {},
+                 {0xFE, 0x00, 0x05, 0x01, 0x00, 0x06, 0x07, 0x14, 0x00, 0x22}},
+        FaultRow{"BadChecksum",
+                 sim::HubFault::BadChecksum,
+                 {},
+                 {0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x22}},
+        FaultRow{"LongLength",
+                 sim::HubFault::LongLength,
+                 {},
+                 {0xFE, 0x03, 0xFC, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}},
+        FaultRow{"Truncate", sim::HubFault::Truncate, {}, {0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14}},
+        FaultRow{"TruncateGiven", sim::HubFault::Truncate, 3, {0xFE, 0x00, 0x05}}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+// ---- Through a real pty, as the product uses it ------------------------------------------------
+
+class HubOnTheLine : public clitest::SimTest
+{
+  protected:
+    int open_raw(unsigned baud)
+    {
+        const int fd = open("/dev/ttyC0", O_RDWR | O_NOCTTY);
+        EXPECT_GE(fd, 0);
+        termios settings{};
+        tcgetattr(fd, &settings);
+        cfmakeraw(&settings);
+        cfsetispeed(&settings, baud == 115200 ? B115200 : B9600);
+        cfsetospeed(&settings, baud == 115200 ? B115200 : B9600);
+        tcsetattr(fd, TCSANOW, &settings);
+        return fd;
+    }
+
+    static Bytes read_exactly(int fd, size_t count)
+    {
+        Bytes got;
+        while (got.size() < count) {
+            fd_set set;
+            FD_ZERO(&set);
+            FD_SET(fd, &set);
+            timeval limit{5, 0};
+            if (select(fd + 1, &set, nullptr, nullptr, &limit) <= 0)
+                break;
+            uint8_t buffer[256];
+            const ssize_t n = read(fd, buffer, std::min(sizeof buffer, count - got.size()));
+            if (n <= 0)
+                break;
+            got.insert(got.end(), buffer, buffer + n);
+        }
+        return got;
+    }
+
+    static sim::HubPeer *hub()
+    {
+        return dynamic_cast<sim::HubPeer *>(sim::serial_ports().port("/dev/ttyC0")->peer());
+    }
+};
+
+TEST_F(HubOnTheLine, RoutesARequestToTheDeviceAndItsAnswerBack)
+{
+    scenario().ports["/dev/ttyC0"].make_peer = [] {
+        auto hub = std::make_unique<sim::HubPeer>();
+        auto gps = std::make_unique<sim::ScriptedPeer>();
+        gps->add_rule({text("$PMTK000*32\r\n"), text("$PMTK001,0,3*30\r\n")});
+        hub->add_device(sim::kHubPortGps, std::move(gps));
+        return hub;
+    };
+    restart();
+    const int fd = open_raw(115200);
+    for (const Bytes &request :
+         {frame(sim::kHubPortGps, sim::kHubOpen), frame(sim::kHubPortGps, sim::kHubSetRate, rate(9600)),
+          frame(sim::kHubPortGps, sim::kHubPass, text("$PMTK000*32\r\n"))})
+        ASSERT_EQ(write(fd, request.data(), request.size()), static_cast<ssize_t>(request.size()));
+    const Bytes first = frame(sim::kHubPortGps, sim::kHubPass, text("$PMTK001,0,3*30\r"));
+    const Bytes second = frame(sim::kHubPortGps, sim::kHubPass, text("\n"));
+    Bytes expected = first;
+    expected.insert(expected.end(), second.begin(), second.end());
+    EXPECT_EQ(read_exactly(fd, expected.size()), expected);
+    EXPECT_EQ(hub()->heard().size(), 3u);
+    close(fd);
+}
+
+TEST_F(HubOnTheLine, AScenarioFileDescribesTheHubItsDevicesAndItsFaults)
+{
+    const sim::Scenario camera = sim::parse_scenario(R"(
+[ports."/dev/ttyC0"]
+peer = "hub"
+ack = true
+ack_delay_ms = 2
+ack_payload = "00"
+ack_port = 0
+box_temperature = 25
+max_payload = 1015
+
+[ports."/dev/ttyC0".gps]
+peer = "script"
+[[ports."/dev/ttyC0".gps.rule]]
+when_text = "?"
+answer_text = "!"
+
+[[ports."/dev/ttyC0".fault]]
+frame = 2
+fault = "bad_checksum"
+
+[[ports."/dev/ttyC0".frame]]
+at_ms = 500
+port = 0x5C
+kind = 2
+payload_text = "odd"
+)",
+                                                     "hub.toml", ".");
+    scenario() = camera;
+    restart();
+    const int fd = open_raw(115200);
+    const Bytes open = frame(sim::kHubPortGps, sim::kHubOpen);
+    ASSERT_EQ(write(fd, open.data(), open.size()), static_cast<ssize_t>(open.size()));
+    const Bytes ask = frame(sim::kHubPortGps, sim::kHubPass, text("?"));
+    ASSERT_EQ(write(fd, ask.data(), ask.size()), static_cast<ssize_t>(ask.size()));
+    // The acknowledgement from port 0, then the answer with its checksum spoiled (own frame 2),
+    // then the scheduled frame of kind 2.
+    Bytes answer = frame(sim::kHubPortGps, sim::kHubPass, text("!"));
+    answer.back() += 1;
+    sim::HubFrame odd;
+    odd.port = 0x5C;
+    odd.kind = 2;
+    odd.payload = text("odd");
+    Bytes expected = frame(0x0000, sim::kHubOpen, {0x00});
+    expected.insert(expected.end(), answer.begin(), answer.end());
+    const Bytes scheduled = odd.bytes();
+    expected.insert(expected.end(), scheduled.begin(), scheduled.end());
+    EXPECT_EQ(read_exactly(fd, expected.size()), expected);
+    close(fd);
+}
+
+struct BadHubFile {
+    const char *name;
+    const char *text;
+    const char *error;
+};
+
+class HubScenarioErrors : public ::testing::TestWithParam<BadHubFile>
+{
+};
+
+TEST_P(HubScenarioErrors, NameTheFileLineAndKey)
+{
+    try {
+        sim::parse_scenario(GetParam().text, "bad.toml", ".");
+        FAIL() << "accepted";
+    } catch (const sim::ScenarioError &error) {
+        EXPECT_EQ(std::string(error.what()), GetParam().error);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, HubScenarioErrors,
+    ::testing::Values(
+        BadHubFile{
+            "UnknownKey", "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nacks = true\n",
+            "bad.toml:3: ports./dev/ttyC0.acks: unknown key (expected one of: peer, absent, open_errno, "
+            "silent, ack, ack_delay_ms, ack_payload, ack_payload_text, ack_port, box_temperature, "
+            "max_payload, gps, rfid, zigbee, fault, frame)"},
+        BadHubFile{
+            "UnknownFault",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nframe = 1\nfault = "
+            "\"late\"\n",
+            "bad.toml:5: ports./dev/ttyC0.fault[0].fault: expected bad_head, bad_kind, wrong_port, "
+            "bad_checksum, long_length or truncate"},
+        BadHubFile{
+            "FaultWithoutFrame",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nfault = \"bad_head\"\n",
+            "bad.toml:3: ports./dev/ttyC0.fault[0].frame: expected the number of the hub's frame to spoil, "
+            "from 1"},
+        BadHubFile{
+            "DeviceWithALineKey",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".gps]\npeer = \"script\"\nabsent "
+            "= true\n",
+            "bad.toml:5: ports./dev/ttyC0.gps.absent: a device behind the hub has no line of its own"},
+        BadHubFile{"DeviceWithoutPeer",
+                   "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".rfid]\n",
+                   "bad.toml:3: ports./dev/ttyC0.rfid.peer: a device behind the hub needs its peer (e.g. "
+                   "\"script\")"},
+        BadHubFile{"HubBehindAHub",
+                   "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".zigbee]\npeer = \"hub\"\n",
+                   "bad.toml:4: ports./dev/ttyC0.zigbee.peer: a hub cannot sit behind a hub"},
+        BadHubFile{
+            "DeviceOptionMisspelt",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".gps]\npeer = \"script\"\nmood "
+            "= \"silent\"\n",
+            "bad.toml:5: ports./dev/ttyC0.gps.mood: unknown key (expected one of: peer, absent, "
+            "open_errno, mode, trickle_gap_ms, garbage_every_ms, garbage_chunk, garbage_seed, "
+            "hang_up_after, hang_up_at_ms, rule, announce)"},
+        BadHubFile{"FrameWithoutPort",
+                   "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".frame]]\nat_ms = 3\n",
+                   "bad.toml:3: ports./dev/ttyC0.frame[0].port: a frame needs the port it comes from"},
+        BadHubFile{"ByteOutOfRange", "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nbox_temperature = 300\n",
+                   "bad.toml:3: ports./dev/ttyC0.box_temperature: expected 0..255"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+} // namespace

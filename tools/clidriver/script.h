@@ -1,13 +1,15 @@
 // Station scripts: one command per line, "# comments", blank lines, and "=> N" for the status a
 // line expects (0 when not written). The whole script is read and checked before anything is
 // called, so a typo on line 40 never leaves a camera half tested. Each line runs in turn; the
-// run ends with a summary table:
+// run ends with a summary table (wall time to the microsecond, simulated time as the camera's
+// clock saw it):
 //
 //     Summary of examples/station.cli
-//     line  command                      expected  got  result        wall  simulated
-//        6  CLI_PlatformInit                    0    0  PASS      0.004 ms   0.000000 s
-//        9  CLI_EncodeInit                      0    -  PASS      0.010 ms   0.000000 s
-//     2 lines: 2 passed, 0 failed; wall 0.014 ms, simulated 0.000000 s
+//     line  command                      expected  got  result        wall    simulated
+//       11  CLI_PlatformInit                    0    0  PASS      0.001 ms   0.000000 s
+//       25  CLI_HeatCtrlBoardToSlot 1 2         0    0  PASS      0.000 ms   0.000000 s
+//       35  CLI_EncodeInit                      0    -  PASS      0.013 ms   0.000000 s
+//     3 lines: 3 passed, 0 failed; wall 0.014 ms, simulated 0.000000 s
 //
 // "got" is "-" for a command that returns nothing (it passes when 0 is expected), and the
 // simulated column is "-" on a camera. A script passes when every line does.

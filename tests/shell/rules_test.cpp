@@ -113,6 +113,8 @@ TEST(Rules, RefusedWordNamesTheParameter)
               "ulLen: '-5' is out of range for uint32_t (0 to 4294967295): no sign for an unsigned number");
     EXPECT_EQ(entry.callable->prepare(entry.params, {"3", "t", "e", "", "5", "soon"}, error), nullptr);
     EXPECT_EQ(error, "stTimeout: 'soon' is not a time-out (SECONDS or SECONDS.FRACTION, e.g. 1.5)");
+    EXPECT_EQ(entry.callable->prepare(entry.params, {"3"}, error), nullptr);
+    EXPECT_EQ(error, "takes 6 words, 1 given");
 }
 
 void fill(uint32_t count, void *buffer)

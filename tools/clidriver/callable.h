@@ -94,6 +94,11 @@ template <typename R, typename... A> class Bound final : public Callable
                                           const std::vector<std::string> &words,
                                           std::string &error) const override
     {
+        if (words.size() != this->words()) {
+            error = "takes " + std::to_string(this->words()) + " words, " + std::to_string(words.size()) +
+                    " given";
+            return nullptr;
+        }
         if constexpr (kCallable) {
             auto call = std::make_unique<Prepared>(function_, params);
             error = call->parse(words);

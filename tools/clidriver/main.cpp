@@ -70,6 +70,11 @@ int main(int argc, char **argv)
     if (!command.empty() && command.front() == "--")
         command.erase(command.begin());
 
+    if (!command.empty() && command.front().size() > 1 && command.front()[0] == '-') {
+        fprintf(stderr, "clidriver: unknown option %s (options come before the command; --help lists them)\n",
+                command.front().c_str());
+        return 2;
+    }
     if (station.script.empty() && command.size() == 1 && command.front().size() > 4 &&
         command.front().ends_with(".cli")) {
         station.script = command.front();

@@ -2,7 +2,9 @@
 // and that a refused command line never reaches the library.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <regex>
+#include <unistd.h>
 
 #include "core/journal.h"
 #include "platform/platform.h"
@@ -21,6 +23,9 @@ class ShellCalls : public clitest::SimTest
     // Diagnostic lines on the console, as main sets them on a PC.
     void SetUp() override
     {
+        // The shell's own standard input, which no command may take from it.
+        if (fcntl(STDIN_FILENO, F_GETFD) == -1)
+            ASSERT_EQ(open("/dev/null", O_RDONLY), STDIN_FILENO);
         SimTest::SetUp();
         sim::platform().set_console(stdout);
     }
@@ -84,6 +89,14 @@ TEST_F(ShellCalls, CommandsWithoutAStatusPrintNone)
     EXPECT_EQ(call.out.find("=>"), std::string::npos) << call.out;
     EXPECT_EQ(once("__CLI_GetSysEmmcDiskNum", {}, call), 0);
     EXPECT_EQ(call.out, "") << "a silent default with no status leaves nothing to print";
+}
+
+TEST_F(ShellCalls, ClosingTheLentDescriptorLeavesTheShellsOwnAlone)
+{
+    Call call;
+    EXPECT_EQ(once("CLI_ComClose", {"0"}, call), 0);
+    EXPECT_NE(call.out.find("  *pFd = -1 (0xffffffff)\n=> 0\n"), std::string::npos) << call.out;
+    EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1) << "the lent word was descriptor 0: the shell's input";
 }
 
 TEST_F(ShellCalls, SignedArgumentsTakeAMinusSign)

@@ -24,7 +24,7 @@ struct Seen {
     uint8_t past_typed = 0xEE;
     uint32_t length = 0;
     timeval timeout{};
-    bool words_zeroed = false;
+    bool words_preset = false;
     bool buffer_zeroed = false;
     bool ports_zeroed = false;
 } g_seen;
@@ -41,7 +41,7 @@ uint32_t everything(int fd, const char *text, char *edit, const void *bytes, uin
     g_seen.past_typed = raw[1023]; // inside what the shell lends, past what was typed
     g_seen.length = length;
     g_seen.timeout = timeout;
-    g_seen.words_zeroed = *word == 0 && *signed_word == 0;
+    g_seen.words_preset = *word == 0 && *signed_word == -1;
     const auto *lent = static_cast<const uint8_t *>(buffer);
     g_seen.buffer_zeroed = std::all_of(lent, lent + 1024, [](uint8_t b) { return b == 0; });
     g_seen.ports_zeroed =
@@ -49,7 +49,7 @@ uint32_t everything(int fd, const char *text, char *edit, const void *bytes, uin
 
     edit[0] = 'X';
     *word = 0xABCD;
-    *signed_word = -1;
+    *signed_word = -2;
     memcpy(buffer, "\x24\x47\x00\x50", 4);
     ports[0].pcDevPath = "/dev/ttyAMA1";
     ports[0].ulFlag = 1;
@@ -88,13 +88,13 @@ TEST(Rules, EachTypeIsSuppliedAndPrinted)
     EXPECT_EQ(g_seen.past_typed, 0);
     EXPECT_EQ(g_seen.timeout.tv_sec, 1);
     EXPECT_EQ(g_seen.timeout.tv_usec, 500000);
-    EXPECT_TRUE(g_seen.words_zeroed);
+    EXPECT_TRUE(g_seen.words_preset) << "0 for an unsigned word, -1 (no descriptor) for a signed one";
     EXPECT_TRUE(g_seen.buffer_zeroed);
     EXPECT_TRUE(g_seen.ports_zeroed);
     EXPECT_EQ(call->outputs(), (shell::Lines{
                                    "  pcEdit = \"Xbc\"",
                                    "  *pulWord = 43981 (0xabcd)",
-                                   "  *plWord = -1 (0xffffffff)",
+                                   "  *plWord = -2 (0xfffffffe)",
                                    "  pvBuf = 24 47 00 50",
                                    "  pstPorts[0] = \"/dev/ttyAMA1\", flag 1",
                                    "  pstPorts[1] = NULL, flag 0",

@@ -142,9 +142,11 @@ template <typename T> struct Bytes : OneWord {
     T get() const { return static_cast<T>(buffer.data()); }
 };
 
-// A result word the command stores through a pointer.
+// A result word the command stores through a pointer. A signed word starts at -1: it is a
+// descriptor where the list has one (int *pFd), and a command that closes the descriptor it is
+// handed then closes nothing of the shell's own (0 would be its standard input).
 template <typename T> struct ResultWord : NoWord {
-    T value{};
+    T value = std::is_signed_v<T> ? static_cast<T>(-1) : T{};
     std::string lend(const ParseContext &, const Param &) { return {}; }
     T *get() { return &value; }
     void report(const Param &param, Lines &lines) const

@@ -32,6 +32,7 @@ void Clock::reset(int64_t boot_epoch_seconds)
     waiters_.clear();
     sources_.clear();
     alarm_at_ = kNever;
+    holds_ = 0;
     ++generation_;
 }
 
@@ -47,6 +48,22 @@ void Clock::leave()
     {
         std::lock_guard<std::mutex> hold(mutex_);
         --participants_;
+        ++generation_;
+    }
+    changed_.notify_all();
+}
+
+void Clock::hold()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    ++holds_;
+}
+
+void Clock::release()
+{
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        --holds_;
         ++generation_;
     }
     changed_.notify_all();
@@ -117,7 +134,7 @@ Nanos Clock::next_moment_locked() const
 
 bool Clock::everyone_settled_locked() const
 {
-    if (static_cast<int>(waiters_.size()) < participants_)
+    if (holds_ > 0 || static_cast<int>(waiters_.size()) < participants_)
         return false;
     for (const Waiter *waiter : waiters_)
         if (waiter->settled != generation_)
@@ -185,7 +202,7 @@ WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
         // real-time stall time moves on without it.
         const uint64_t seen = generation_;
         if (!changed_.wait_for(lock, std::chrono::seconds(20), [&] { return generation_ != seen; })) {
-            if (static_cast<int>(waiters_.size()) < participants_) {
+            if (holds_ == 0 && static_cast<int>(waiters_.size()) < participants_) {
                 fprintf(stderr, "simulated camera: a thread has not come back to the clock for 20 s; "
                                 "moving time on without it\n");
                 participants_ = static_cast<int>(waiters_.size());

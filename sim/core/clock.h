@@ -57,6 +57,12 @@ class Clock
     // Lets simulated time pass for the calling thread, as a sleep would (tests and the shell).
     void advance(Nanos duration) { wait(now() + duration); }
 
+    // The calling thread steps away from the camera for a while (the shell waiting for its
+    // operator to type): simulated time stands still for every thread until release(), and a
+    // product thread left waiting meanwhile is not taken for a stall.
+    void hold();
+    void release();
+
     void add_source(TimedSource *source);
     void remove_source(TimedSource *source);
 
@@ -94,6 +100,7 @@ class Clock
     Nanos alarm_at_ = kNever;
     pthread_t alarm_thread_{};
     uint64_t generation_ = 0; // bumps on every change, to tell progress from a stall
+    int holds_ = 0;
 };
 
 Clock &clock();

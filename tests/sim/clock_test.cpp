@@ -176,3 +176,27 @@ TEST_F(Clock, TimeStandsStillWhileTheCallerRuns)
 }
 
 } // namespace
+
+namespace
+{
+
+// The shell waiting for its operator holds the clock: a product thread waiting meanwhile does
+// not move time, and resumes with the next command.
+TEST_F(Clock, AHeldClockStandsStillUntilReleased)
+{
+    static Ticker flasher{500 * kMillisecond, 1000, {}}; // outlives the test: the thread never ends
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, tick, &flasher), 0);
+    pthread_detach(thread);
+    sim::clock().hold();
+    struct timespec real_pause = {0, 100 * 1000 * 1000};
+    syscall(SYS_nanosleep, &real_pause, nullptr); // the operator thinks
+    EXPECT_EQ(sim::clock().now(), 0);
+    EXPECT_TRUE(flasher.seen.empty());
+    sim::clock().release();
+    usleep(2100000); // past the flasher's fourth tick, not on it: no tie to break
+    EXPECT_EQ(sim::clock().now(), 2100 * kMillisecond);
+    EXPECT_EQ(flasher.seen.size(), 4u);
+}
+
+} // namespace

@@ -44,7 +44,9 @@ int read_terminal(Shell &shell)
     fprintf(shell.out(), "clidriver: type help for help, quit to leave\n");
     fflush(shell.out());
     for (;;) {
+        shell.waiting_for_operator(true);
         char *line = readline("clidriver> ");
+        shell.waiting_for_operator(false);
         if (line == nullptr) {
             fputc('\n', shell.out());
             break;
@@ -62,9 +64,13 @@ int read_terminal(Shell &shell)
 int read_pipe(Shell &shell)
 {
     std::string text;
-    while (std::getline(std::cin, text))
-        if (!shell.run_line(text))
+    for (;;) {
+        shell.waiting_for_operator(true);
+        const bool got = static_cast<bool>(std::getline(std::cin, text));
+        shell.waiting_for_operator(false);
+        if (!got || !shell.run_line(text))
             break;
+    }
     return 0;
 }
 

@@ -31,8 +31,9 @@ class OutputCapture;
 // What the shell asks of the camera it runs on. On a PC the simulated camera fills these in; on
 // the camera they stay empty.
 struct Hooks {
-    std::function<int64_t()> simulated_now; // nanoseconds on the simulated clock
-    std::function<void()> after_command;    // housekeeping between two commands
+    std::function<int64_t()> simulated_now;         // nanoseconds on the simulated clock
+    std::function<void()> after_command;            // housekeeping between two commands
+    std::function<void(bool)> waiting_for_operator; // true while the prompt waits for a line
 };
 
 struct Settings {
@@ -76,6 +77,12 @@ class Shell
     void list(std::string_view filter);
 
     bool simulated() const { return static_cast<bool>(hooks_.simulated_now); }
+    // Around each wait for the operator's next line.
+    void waiting_for_operator(bool waiting) const
+    {
+        if (hooks_.waiting_for_operator)
+            hooks_.waiting_for_operator(waiting);
+    }
     FILE *out() const { return out_; }
     FILE *err() const { return err_; }
 

@@ -22,6 +22,14 @@ Hooks hooks()
     Hooks hooks;
     hooks.simulated_now = [] { return static_cast<int64_t>(sim::clock().now()); };
     hooks.after_command = [] { sim::journal().clear(); };
+    // While the operator types, simulated time stands still: a lamp flasher or tag search
+    // started by a command resumes when the next command runs, the same on every run.
+    hooks.waiting_for_operator = [](bool waiting) {
+        if (waiting)
+            sim::clock().hold();
+        else
+            sim::clock().release();
+    };
     return hooks;
 }
 

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -123,6 +123,11 @@ struct PhyCase {
     bool passes;
     std::string mismatch; // the report when it does not
 };
+
+void PrintTo(const PhyCase &row, std::ostream *os)
+{
+    *os << row.name;
+}
 
 const PhyCase kPhyRows[] = {
     {"ExactReadBackPasses", {}, 0, 0x8A2, true, ""},

@@ -5,6 +5,7 @@
 #include <sstream>
 #include <sys/stat.h>
 
+#include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
 #include "peripherals/scripted_peer.h"
 #include "scenario/scenario.h"
@@ -424,6 +425,7 @@ namespace
 const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"script", load_script_peer},
     {"hub", load_hub_peer},
+    {"gps", load_gps_peer},
 };
 } // namespace
 

@@ -1,0 +1,83 @@
+#include "peripherals/gps_toml.h"
+
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+
+#include "peripherals/gps.h"
+
+namespace sim
+{
+namespace
+{
+
+// The longest piece a UART or a hub hands over at once: one receive buffer of the camera.
+constexpr int64_t kLongestChunk = 1024;
+
+std::vector<std::string> sentences(const Section &section, std::string_view key)
+{
+    std::vector<std::string> result;
+    const toml::node *node = section.raw().get(key);
+    if (node == nullptr)
+        return result;
+    const toml::array *array = node->as_array();
+    if (array == nullptr)
+        section.fail_at(*node, key, "expected an array of sentences, each a string");
+    for (const toml::node &item : *array) {
+        if (!item.is_string())
+            section.fail_at(item, key, "expected an array of sentences, each a string");
+        result.push_back(*item.value<std::string>());
+    }
+    return result;
+}
+
+std::string read_log_file(const Section &port, const std::string &path)
+{
+    struct stat status = {};
+    std::ifstream file(path, std::ios::binary);
+    if (stat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode) || !file.good())
+        port.fail("log", "cannot read " + path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+} // namespace
+
+MakePeer load_gps_peer(const Section &port)
+{
+    port.only({"peer", "absent", "open_errno", "log", "sentences", "follow_mode", "acknowledge",
+               "cold_start_ms", "cold_sentences", "silent", "garbage", "garbage_seed", "baud", "chunk"});
+    GpsSetup setup;
+    if (auto log = port.file_path("log")) {
+        if (port.raw().contains("sentences"))
+            port.fail("sentences", "a receiver plays either a log or sentences, not both");
+        setup.sentences = GpsPeer::read_log(read_log_file(port, *log));
+    } else {
+        setup.sentences = sentences(port, "sentences");
+    }
+    setup.cold_sentences = sentences(port, "cold_sentences");
+    if (auto cold = port.number("cold_start_ms")) {
+        if (*cold < 0)
+            port.fail("cold_start_ms", "expected a time in milliseconds, 0 or more");
+        setup.cold_start = static_cast<Nanos>(*cold * kMillisecond);
+    }
+    if (auto baud = port.integer("baud")) {
+        if (*baud <= 0 || *baud > 4000000)
+            port.fail("baud", "expected a speed in bits per second, such as 9600");
+        setup.baud = static_cast<unsigned>(*baud);
+    }
+    if (auto chunk = port.integer("chunk")) {
+        if (*chunk < 1 || *chunk > kLongestChunk)
+            port.fail("chunk", "expected 1.." + std::to_string(kLongestChunk) + " bytes");
+        setup.chunk = static_cast<size_t>(*chunk);
+    }
+    setup.follow_mode = port.boolean("follow_mode").value_or(true);
+    setup.acknowledge = port.boolean("acknowledge").value_or(true);
+    setup.silent = port.boolean("silent").value_or(false);
+    setup.garbage = port.boolean("garbage").value_or(false);
+    setup.garbage_seed = static_cast<uint32_t>(port.integer("garbage_seed").value_or(1));
+    return [setup]() -> std::unique_ptr<Peer> { return std::make_unique<GpsPeer>(setup); };
+}
+
+} // namespace sim

@@ -1,0 +1,288 @@
+// What the GPS tests share: the camera with a receiver on the peripheral link (straight on the
+// line or behind the hub), the link table filled as the shell's start-up does, blocks of designed
+// sentences, and a reading of the journal that says which bytes each try of a query could read:
+// the receiver's pieces after the try's flush (position) or after the link was reopened
+// (satellites). Nothing here uses the library's own code to work out an expected answer.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "clidriver/clidriver.h"
+#include "core/time.h"
+#include "devices/serial.h"
+#include "peripherals/gps.h"
+#include "peripherals/hub.h"
+#include "sim_fixture.h"
+
+namespace gpstest
+{
+
+using clitest::Call;
+using sim::kMillisecond;
+using sim::kSecond;
+using Bytes = std::vector<uint8_t>;
+using Lines = std::vector<std::string>;
+
+constexpr const char *kLink = "/dev/ttyC0";
+constexpr const char *kSource = "src/cli_libfun.cpp";
+
+// What CLI_ComRecv reads from a receiver straight on the line, and the bytes that must follow a
+// sentence in it.
+constexpr size_t kBlock = 1024;
+constexpr size_t kTail = 128;
+
+// Ports behind the hub, and the hub's commands.
+constexpr uint16_t kHubGps = 0x005B;
+constexpr uint16_t kHubRfid = 0x005C;
+constexpr uint16_t kHubZigbee = 0x005D;
+constexpr uint8_t kPass = 3, kOpen = 4, kClose = 5, kRate = 6;
+
+// One byte on the line at `baud`: ten bits, whole nanoseconds.
+constexpr sim::Nanos byte_time(unsigned baud)
+{
+    return 10 * kSecond / baud;
+}
+
+// The sleeps of a query before its first try: 2 s before the reopen, 1 s after each of the two
+// receiver sentences. A miss costs 2 s of mode setting and 2 s before the reopen.
+constexpr sim::Nanos kBeforeFirstTry = 4 * kSecond;
+constexpr sim::Nanos kAfterMiss = 4 * kSecond;
+
+// The search-mode command each mode sends, written out by hand.
+inline const char *mode_command(uint32_t mode)
+{
+    static const char *const commands[] = {"$PMTK353,1,0,0,0,0*2A\r\n", "$PMTK353,0,0,0,0,1*2A\r\n",
+                                           "$PMTK353,1,0,0,0,1*2B\r\n"};
+    return commands[mode];
+}
+
+inline std::string cmd_line(uint32_t mode)
+{
+    return std::string(" INFO CLI_SetGpsMode: Cmd:") + mode_command(mode);
+}
+
+inline Bytes bytes_of(const std::string &text)
+{
+    return Bytes(text.begin(), text.end());
+}
+
+inline std::string text_of(const Bytes &bytes)
+{
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// A text as C reads it: up to its first zero byte.
+inline std::string c_text(const std::string &bytes)
+{
+    return std::string(bytes.c_str());
+}
+
+inline std::string console(const std::string &function, const std::string &text)
+{
+    return "[ERROR]:" + text + "\t@[" + kSource + " " + function + "]\r\n";
+}
+
+// A hub frame as the wire carries it, built here apart from the library and the simulator.
+inline Bytes hub_frame(uint16_t port, uint8_t command, const Bytes &payload = {})
+{
+    const size_t length = payload.size() + 4;
+    Bytes frame = {0xFE,   static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length),
+                   0x01,   static_cast<uint8_t>(port >> 8),   static_cast<uint8_t>(port),
+                   command};
+    for (const uint8_t byte : payload) // one by one: GCC 12 misjudges an insert of an empty range
+        frame.push_back(byte);
+    unsigned sum = 0;
+    for (size_t i = 3; i < frame.size(); ++i)
+        sum += frame[i];
+    frame.push_back(static_cast<uint8_t>(sum >> 8));
+    frame.push_back(static_cast<uint8_t>(sum));
+    return frame;
+}
+
+inline Bytes rate_bytes(uint32_t rate)
+{
+    return {static_cast<uint8_t>(rate >> 24), static_cast<uint8_t>(rate >> 16),
+            static_cast<uint8_t>(rate >> 8), static_cast<uint8_t>(rate)};
+}
+
+// `sentences`, each ended with CR LF, then filler sentences that carry none of the sentence types
+// the queries look for, up to exactly `size` bytes. The filler is a proprietary sentence of the
+// right length, so the block is whole sentences throughout.
+inline std::string designed_block(const Lines &sentences, size_t size = kBlock, bool at_end = false)
+{
+    std::string given;
+    for (const std::string &sentence : sentences)
+        given += sentence + "\r\n";
+    std::string fill;
+    const std::string filler = "$PFILL,0000000000000000000000000000000000000000000000000000000000*00\r\n";
+    while (given.size() + fill.size() + filler.size() + 10 <= size)
+        fill += filler;
+    const size_t left = size - given.size() - fill.size();
+    EXPECT_GE(left, 9u) << "the designed sentences leave no room for the last filler";
+    fill += "$PEND," + std::string(left - 8, '0') + "\r\n";
+    const std::string block = at_end ? fill + given : given + fill;
+    EXPECT_EQ(block.size(), size);
+    return block;
+}
+
+// A designed block as the receiver's sentences (its lines without their CR LF).
+inline Lines as_sentences(const std::string &block)
+{
+    Lines lines;
+    size_t start = 0;
+    while (start < block.size()) {
+        const size_t end = block.find("\r\n", start);
+        lines.push_back(block.substr(start, end - start));
+        start = end + 2;
+    }
+    return lines;
+}
+
+// A receiver that hands over each designed block whole and plays them in turn: block i of the
+// list is piece n of its stream whenever (n - 1) % blocks == i (pieces counted from 1 after boot).
+// It keeps its talkers and does not acknowledge, so every piece is exactly a block.
+inline sim::GpsSetup designed_receiver(const std::vector<std::string> &blocks)
+{
+    sim::GpsSetup setup;
+    for (const std::string &block : blocks)
+        for (const std::string &sentence : as_sentences(block))
+            setup.sentences.push_back(sentence);
+    setup.chunk = blocks.empty() ? kBlock : blocks.front().size();
+    setup.follow_mode = false;
+    setup.acknowledge = false;
+    return setup;
+}
+
+// Which pieces the tries of a query read from a receiver on the line, and when each read ended:
+// the position query reads from the first piece after its flush, the satellite query from the
+// first piece after the link was reopened (whatever arrived meanwhile waits in the line), and a
+// read takes `per_block` pieces. `piece` is the time between pieces, `delivery` what a piece then
+// takes to reach the product (the hub's framing). Each try after a miss starts kAfterMiss after
+// the previous read ended. The receiver must have been hung on the line at time 0.
+struct Reads {
+    std::vector<int64_t> pieces; // the first piece of each read, counted from 1 after boot
+    std::vector<sim::Nanos> ends;
+};
+
+inline Reads reads_of(bool flush, sim::Nanos piece, int tries, int64_t per_block = 1, sim::Nanos delivery = 0)
+{
+    Reads reads;
+    sim::Nanos start = kBeforeFirstTry;
+    sim::Nanos reopened = 2 * kSecond;
+    for (int i = 0; i < tries; ++i) {
+        const int64_t n = (flush ? start : reopened) / piece + 1;
+        const sim::Nanos end = std::max(start, (n + per_block - 1) * piece + delivery);
+        reads.pieces.push_back(n);
+        reads.ends.push_back(end);
+        start = end + kAfterMiss;
+        reopened = start;
+    }
+    return reads;
+}
+
+// What a query's tries could read, worked out from the journal: the pieces the receiver put on
+// the line (journaled when the product's port received them) after the link was last opened and,
+// for the position query, after the try's flush, which comes when the product returns from the
+// sleep before the try (the 3rd, 6th, 9th... sleep of the call).
+inline std::vector<std::string> blocks_on_the_line(const Call &call, bool flush, size_t tries)
+{
+    std::vector<sim::Nanos> starts;
+    int sleeps = 0;
+    for (const sim::Entry &entry : call.journal)
+        if (entry.kind == sim::Kind::Sleep && ++sleeps % 3 == 0)
+            starts.push_back(entry.time + entry.values.at(0));
+    std::vector<std::string> blocks;
+    for (size_t k = 0; k < tries && k < starts.size(); ++k) {
+        uint64_t opened = 0;
+        for (const sim::Entry &entry : call.journal)
+            if (entry.kind == sim::Kind::Open && entry.name == kLink && entry.time <= starts[k])
+                opened = entry.seq;
+        std::string block;
+        for (const sim::Entry &entry : call.journal) {
+            if (entry.kind != sim::Kind::SerialSend || entry.name != kLink || entry.seq < opened)
+                continue;
+            if (flush && entry.time <= starts[k])
+                continue;
+            block += text_of(entry.bytes);
+            if (block.size() >= kBlock)
+                break;
+        }
+        blocks.push_back(block.substr(0, std::min(block.size(), kBlock)));
+    }
+    return blocks;
+}
+
+class GpsTest : public clitest::SimTest
+{
+  protected:
+    // A receiver straight on the link.
+    void hang_receiver(const sim::GpsSetup &setup)
+    {
+        scenario().ports[kLink].make_peer = [setup] { return std::make_unique<sim::GpsPeer>(setup); };
+        restart();
+    }
+
+    // A hub on the link with the receiver behind its GPS port.
+    void hang_hub_with_receiver(const sim::GpsSetup &setup)
+    {
+        scenario().ports[kLink].make_peer = [setup] {
+            auto hub = std::make_unique<sim::HubPeer>();
+            hub->add_device(sim::kHubPortGps, std::make_unique<sim::GpsPeer>(setup));
+            return hub;
+        };
+        restart();
+    }
+
+    // What the camera's shell does at start-up: its serial port list and the link table.
+    static void rs_init()
+    {
+        CliSerialPort ports[3] = {};
+        ASSERT_EQ(CLI_RsInit(ports), 0u);
+    }
+
+    // A platform that fits the hub declares it, at the hub's rate.
+    static void declare_hub(uint32_t rate)
+    {
+        gastComCap.astDev[COM_TYPE_HUB].ulSupport = 1;
+        gastComCap.astDev[COM_TYPE_HUB].ulRate = rate;
+    }
+
+    static sim::Port *line() { return sim::serial_ports().port(kLink); }
+
+    static sim::GpsPeer *receiver()
+    {
+        sim::Port *port = line();
+        if (port == nullptr)
+            return nullptr;
+        if (auto *gps = dynamic_cast<sim::GpsPeer *>(port->peer()))
+            return gps;
+        if (auto *hub = dynamic_cast<sim::HubPeer *>(port->peer()))
+            return dynamic_cast<sim::GpsPeer *>(hub->device(sim::kHubPortGps));
+        return nullptr;
+    }
+
+    static std::vector<Bytes> writes(const Call &call)
+    {
+        std::vector<Bytes> result;
+        for (const sim::Entry &entry : call.of(sim::Kind::SerialWrite, kLink))
+            result.push_back(entry.bytes);
+        return result;
+    }
+
+    static std::vector<sim::Nanos> sleeps(const Call &call)
+    {
+        std::vector<sim::Nanos> result;
+        for (const sim::Entry &entry : call.of(sim::Kind::Sleep))
+            result.push_back(entry.values.at(0));
+        return result;
+    }
+};
+
+} // namespace gpstest

@@ -1,0 +1,175 @@
+// Both GPS queries through libclidriver.so in hub mode: the receiver behind the hub's GPS port,
+// every hub frame the camera writes byte for byte (open and rate, the other devices' channels
+// closed, close, reopen, the MediaTek sentences passed through, the last close), blocks that are
+// one frame's payload, the 128-byte rule on them (a payload under 128 bytes lets any match
+// count), a hub that acknowledges from its own port, and a silent receiver behind the hub.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "gps_fixture.h"
+
+namespace
+{
+
+using namespace gpstest;
+
+constexpr uint32_t kHubRate = 115200;
+const std::string kRmc = "$GPRMC,202640.000,A,4404.1306,N,12118.8515,W,0.03,225.97,130415,,,D*73";
+const std::string kRmcShown = "Longitude:W 121.188515\nLatitude:N 44.041306";
+const std::string kGga = "$GPGGA,110518.000,5709.8067,N,00207.2822,W,1,08,1.0,59.3,M,48.2,M,,0000*77";
+const std::string kGsv = "$GPGSV,3,1,12,09,88,089,31,07,60,281,44,23,55,123,33,10,44,274,32*78";
+
+// A payload of `size` bytes takes this long on the hub's line once framed.
+constexpr sim::Nanos framed(size_t size)
+{
+    return static_cast<sim::Nanos>(size + 9) * byte_time(kHubRate);
+}
+
+class GpsBehindTheHub : public GpsTest
+{
+  protected:
+    // The receiver hands its designed blocks to the hub whole, one frame each.
+    void hang(const std::vector<std::string> &blocks)
+    {
+        hang_hub_with_receiver(designed_receiver(blocks));
+        rs_init();
+        declare_hub(kHubRate);
+    }
+
+    // Every frame a query writes when it finds its sentence in the first block.
+    static std::vector<Bytes> frames_of_one_try(uint32_t mode)
+    {
+        const Bytes rate = rate_bytes(9600);
+        return {hub_frame(kHubGps, kOpen),
+                hub_frame(kHubGps, kRate, rate),
+                hub_frame(kHubRfid, kClose),
+                hub_frame(kHubZigbee, kClose),
+                hub_frame(kHubGps, kClose),
+                hub_frame(kHubGps, kOpen),
+                hub_frame(kHubGps, kRate, rate),
+                hub_frame(kHubGps, kPass, bytes_of("$PMTK000*32\r\n")),
+                hub_frame(kHubGps, kPass, bytes_of(mode_command(mode))),
+                hub_frame(kHubGps, kClose)};
+    }
+
+    static std::string received(size_t payload)
+    {
+        const size_t length = payload + 4;
+        char line[64];
+        snprintf(line, sizeof line, " INFO CLI_ComRecv: len %zu(0x%zx)", length, length);
+        return line;
+    }
+};
+
+TEST_F(GpsBehindTheHub, ThePositionComesInOneFrameAfterEveryChannelFrame)
+{
+    const std::string block = designed_block({kGga, kRmc}, 1000);
+    hang({block});
+    const Call call = run([] { return CLI_GetGpsCoor(0); });
+    EXPECT_EQ(call.status, 0);
+    EXPECT_EQ(writes(call), frames_of_one_try(0));
+    EXPECT_EQ(call.messages(),
+              (Lines{cmd_line(0), " INFO CLI_ComRecv: head 0xfe", received(1000),
+                     " INFO CLI_GetGpsCoor: " + block, " INFO CLI_InfoAnalyse: " + kRmcShown}));
+    EXPECT_EQ(call.out, kRmcShown + "\r\n");
+    EXPECT_EQ(call.err, "");
+    const sim::Nanos piece = 1000 * byte_time(9600);
+    EXPECT_EQ(call.waited, reads_of(true, piece, 1, 1, framed(1000)).ends[0]);
+    EXPECT_EQ(call.of(sim::Kind::Open, kLink).size(), 2u);
+    EXPECT_EQ(call.of(sim::Kind::Close, kLink).size(), 2u);
+    sim::Port *port = line();
+    ASSERT_NE(port, nullptr);
+    EXPECT_EQ(port->baud(), kHubRate) << "the line runs at the hub's rate";
+}
+
+TEST_F(GpsBehindTheHub, TheLast128BytesOfAPayloadDoNotCount)
+{
+    // The only RMC starts within the last 128 bytes of each 1000-byte payload: six tries.
+    const std::string block = designed_block({kRmc}, 1000, true);
+    hang({block});
+    const Call call = run([] { return CLI_GetGpsCoor(0); });
+    EXPECT_EQ(call.status, 1);
+    const Lines messages = call.messages();
+    ASSERT_EQ(messages.size(), 1u + 6 * 5 + 1);
+    for (size_t k = 0; k < 6; ++k) {
+        EXPECT_EQ(messages[1 + 5 * k], " INFO CLI_ComRecv: head 0xfe");
+        EXPECT_EQ(messages[2 + 5 * k], received(1000));
+        EXPECT_EQ(messages[3 + 5 * k], " INFO CLI_GetGpsCoor: " + block);
+        EXPECT_EQ(messages[4 + 5 * k],
+                  " INFO CLI_GetGpsCoor: Left " + std::to_string(5 - k) + " chance to try");
+    }
+    EXPECT_EQ(messages.back(), "ERROR CLI_GetGpsCoor: Get Coordinate failed,please check rate");
+}
+
+TEST_F(GpsBehindTheHub, InAPayloadUnder128BytesAnyMatchCounts)
+{
+    // 100 bytes: the RMC starts at byte 29, so fewer than 128 bytes follow it, yet it counts
+    // because 100 - 128 wraps round in the unsigned comparison.
+    const std::string block = designed_block({kRmc}, 100, true);
+    ASSERT_EQ(block.find("GPRMC"), 29u);
+    hang({block});
+    const Call call = run([] { return CLI_GetGpsCoor(0); });
+    EXPECT_EQ(call.status, 0);
+    EXPECT_EQ(call.messages(),
+              (Lines{cmd_line(0), " INFO CLI_ComRecv: head 0xfe", received(100),
+                     " INFO CLI_GetGpsCoor: " + block, " INFO CLI_InfoAnalyse: " + kRmcShown}));
+    EXPECT_EQ(call.out, kRmcShown + "\r\n");
+    EXPECT_EQ(call.waited, reads_of(true, 100 * byte_time(9600), 1, 1, framed(100)).ends[0]);
+}
+
+TEST_F(GpsBehindTheHub, ASatelliteCountFromTheFrameWaitingInTheLine)
+{
+    const std::string block = designed_block({kGsv, kGga}, 1000);
+    hang({block});
+    const Call call = run([] { return CLI_GetGpsSatellite(0); });
+    EXPECT_EQ(call.status, 0);
+    EXPECT_EQ(writes(call), frames_of_one_try(0));
+    EXPECT_EQ(call.messages(), (Lines{cmd_line(0), " INFO CLI_ComRecv: head 0xfe", received(1000),
+                                      " INFO CLI_GetGpsSatellite: 1000," + block,
+                                      " INFO CLI_GetGpsSatellite: Location Satellite Num:8"}));
+    EXPECT_EQ(call.out, "Location Satellite Num:8\r\n");
+    EXPECT_EQ(call.waited, kBeforeFirstTry) << "the frame arrived while the mode was set";
+}
+
+TEST_F(GpsBehindTheHub, AcknowledgementsFromTheHubsOwnPortArePassedOver)
+{
+    const std::string block = designed_block({kGsv}, 1000);
+    scenario().ports[kLink].make_peer = [block] {
+        auto hub = std::make_unique<sim::HubPeer>();
+        hub->acknowledge(0, {}, 0x0000);
+        hub->add_device(sim::kHubPortGps, std::make_unique<sim::GpsPeer>(designed_receiver({block})));
+        return hub;
+    };
+    restart();
+    rs_init();
+    declare_hub(kHubRate);
+    const Call call = run([] { return CLI_GetGpsSatellite(0); });
+    EXPECT_EQ(call.status, 0);
+    // The open and the rate were acknowledged while the mode was set; both answers wait in the
+    // line before the receiver's frame.
+    EXPECT_EQ(
+        call.messages(),
+        (Lines{cmd_line(0), " INFO CLI_ComRecv: head 0xfe", received(0),
+               " INFO CLI_ComRecv: data port 0 unmatch", " INFO CLI_ComRecv: head 0xfe", received(0),
+               " INFO CLI_ComRecv: data port 0 unmatch", " INFO CLI_ComRecv: head 0xfe", received(1000),
+               " INFO CLI_GetGpsSatellite: 1000," + block, " INFO CLI_GetGpsSatellite: Satellite Num:12"}));
+}
+
+TEST_F(GpsBehindTheHub, ASilentReceiverBehindTheHubFailsTheReadAndTheChannelIsClosed)
+{
+    hang_hub_with_receiver({.silent = true});
+    rs_init();
+    declare_hub(kHubRate);
+    const Call call = run([] { return CLI_GetGpsCoor(1); });
+    EXPECT_EQ(call.status, 1);
+    EXPECT_EQ(call.messages(),
+              (Lines{cmd_line(1), "ERROR CLI_Treadn: read Timeout", "ERROR CLI_ComRecv: read data fail",
+                     "ERROR CLI_GetGpsCoor: read date fail"}));
+    EXPECT_EQ(call.err, console("CLI_GetGpsCoor", "read date fail"));
+    EXPECT_EQ(writes(call), frames_of_one_try(1)) << "the last frame closes the receiver's channel";
+    EXPECT_EQ(call.waited, kBeforeFirstTry + 5 * kSecond);
+}
+
+} // namespace

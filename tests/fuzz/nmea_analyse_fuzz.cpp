@@ -1,0 +1,190 @@
+// A GPS receiver is outside our control: whatever sentence it sends, CLI_InfoAnalyse must end,
+// stay inside its field table and the sentence (handed over in a buffer of exactly its size, its
+// terminating zero included, so a read past it shows under ASan), leave the sentence as it was,
+// and say exactly what the reading rules say, checked against a plain model of them written here:
+// fields split at commas up to '*' or the end, 31 characters each, nothing after the 32nd field.
+//
+// Input: byte 0 chooses the mode (even: position, odd: a number), byte 1 the field (240 and above
+// stand for indexes near the top of the 32-bit range), the rest is the sentence from its address
+// on. Standard output, where the position and "Coordinate Info illegal" are echoed, is read back.
+#include <climits>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+#include "clidriver/clidriver.h"
+
+namespace
+{
+
+constexpr size_t kFields = 32;
+constexpr size_t kFieldChars = 31;
+
+int g_out = -1;      // standard output while the parser runs, read back after each input
+int g_real_out = -1; // the harness's own standard output, back after each input
+std::vector<std::string> g_messages;
+
+[[noreturn]] void broken(const char *what, const std::string &expected, const std::string &seen)
+{
+    fprintf(stderr, "nmea_analyse_fuzz: %s\n  expected %zu bytes: [%s]\n  seen %zu bytes:     [%s]\n", what,
+            expected.size(), expected.c_str(), seen.size(), seen.c_str());
+    abort();
+}
+
+std::vector<std::string> model_fields(const std::string &sentence)
+{
+    std::vector<std::string> fields(1);
+    for (const char c : sentence) {
+        if (c == '*' || c == '\0')
+            break;
+        if (c == ',') {
+            if (fields.size() == kFields)
+                break;
+            fields.emplace_back();
+        } else if (fields.back().size() < kFieldChars) {
+            fields.back() += c;
+        }
+    }
+    fields.resize(kFields);
+    return fields;
+}
+
+// ddmm.mmmm as shown: the point two places left, every other point dropped; refused (empty, with
+// its own line) when the first point stands before index 3.
+std::string model_angle(const std::string &angle, std::vector<std::string> &messages)
+{
+    const size_t point = angle.find('.');
+    if (point != std::string::npos && point < 3) {
+        messages.push_back("error date " + angle + "\n");
+        return "";
+    }
+    std::string shown;
+    for (const char c : angle)
+        if (c != '.')
+            shown += c;
+    if (point != std::string::npos)
+        shown.insert(point - 2, ".");
+    return shown;
+}
+
+uint32_t model_number(const std::string &text)
+{
+    const long value = strtol(text.c_str(), nullptr, 10);
+    return static_cast<uint32_t>(static_cast<int>(value > INT_MAX   ? INT_MAX
+                                                  : value < INT_MIN ? INT_MIN
+                                                                    : value));
+}
+
+std::string read_back()
+{
+    fflush(stdout);
+    std::string shown;
+    char buffer[4096];
+    ssize_t got = 0;
+    for (off_t at = 0; (got = pread(g_out, buffer, sizeof buffer, at)) > 0; at += got)
+        shown.append(buffer, static_cast<size_t>(got));
+    return shown;
+}
+
+} // namespace
+
+// The platform's print sink: each line formatted whole, its message (after the level) kept.
+extern "C" int Cli_Common_Print(const char *format, ...)
+{
+    char line[8192];
+    va_list args;
+    va_start(args, format);
+    const int n = vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    if (n < 0 || static_cast<size_t>(n) >= sizeof line)
+        broken("a diagnostic line that does not format", "", "");
+    const std::string whole(line, static_cast<size_t>(n));
+    const size_t level = whole.find("--[");
+    g_messages.push_back(level == std::string::npos ? whole : whole.substr(level + 9));
+    return n;
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    fflush(stdout);
+    g_real_out = dup(STDOUT_FILENO);
+    g_out = memfd_create("nmea-analyse-out", MFD_CLOEXEC);
+    if (g_real_out < 0 || g_out < 0)
+        abort();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size < 2)
+        return 0;
+    const bool number_mode = (data[0] & 1) != 0;
+    const uint32_t field = data[1] < 0xF0 ? data[1] : 0xFFFFFF00u | data[1];
+    // The sentence in a buffer of exactly its bytes and a terminating zero.
+    const size_t length = size - 2;
+    char *sentence = static_cast<char *>(malloc(length + 1));
+    if (length != 0)
+        memcpy(sentence, data + 2, length);
+    sentence[length] = '\0';
+    const std::string before(sentence, length + 1);
+    const std::vector<std::string> fields = model_fields(sentence);
+
+    g_messages.clear();
+    fflush(stdout);
+    if (ftruncate(g_out, 0) != 0 || lseek(g_out, 0, SEEK_SET) != 0 || dup2(g_out, STDOUT_FILENO) < 0)
+        abort();
+    uint32_t number = 0xA5A5A5A5u;
+    const uint32_t result = CLI_InfoAnalyse(sentence, field, number_mode ? &number : nullptr);
+    const std::string out = read_back();
+    dup2(g_real_out, STDOUT_FILENO);
+    if (std::string(sentence, length + 1) != before)
+        broken("the sentence was changed", before, std::string(sentence, length + 1));
+    free(sentence);
+
+    std::vector<std::string> messages;
+    std::string echoed;
+    uint32_t expected_result = 0;
+    if (number_mode) {
+        const uint32_t expected = field < kFields ? model_number(fields[field]) : 0;
+        if (number != expected)
+            broken("another number", std::to_string(expected), std::to_string(number));
+    } else {
+        bool legal = field <= kFields - 4;
+        for (size_t i = 1; i <= 9; ++i)
+            legal = legal && !fields[i].empty();
+        if (!legal) {
+            messages.push_back("Coordinate Info illegal\n");
+            echoed = "Coordinate Info illegal\r\n";
+            expected_result = 1;
+        } else {
+            const std::string latitude = model_angle(fields[field], messages);
+            const std::string longitude = model_angle(fields[field + 2], messages);
+            std::string shown = "Longitude:";
+            shown += fields[field + 3].empty() ? '\0' : fields[field + 3][0];
+            shown += " " + longitude + "\nLatitude:";
+            shown += fields[field + 1].empty() ? '\0' : fields[field + 1][0];
+            shown += " " + latitude;
+            messages.push_back(shown + "\n");
+            echoed = shown + "\r\n";
+        }
+    }
+    if (result != expected_result)
+        broken("another result", std::to_string(expected_result), std::to_string(result));
+    if (out != echoed)
+        broken("another echo", echoed, out);
+    if (g_messages != messages) {
+        std::string expected_lines, seen_lines;
+        for (const std::string &line : messages)
+            expected_lines += line;
+        for (const std::string &line : g_messages)
+            seen_lines += line;
+        broken("other diagnostic lines", expected_lines, seen_lines);
+    }
+    return 0;
+}

@@ -1,0 +1,93 @@
+// CLI_StringConvert rewrites whatever a receiver sent in a coordinate field. Whatever the text, it
+// must write nothing outside a destination of exactly strlen(source) + 1 zeroed bytes (allocated
+// to that size, so ASan sees a write past it), read nothing past the source's terminating zero,
+// and give exactly what a plain model of the rule says: the first point before index 3 refuses
+// the text (its "error date" line, the destination untouched), otherwise every point is dropped
+// and one placed two places left of where the first stood.
+//
+// Input: the source text (up to its first zero byte, if any).
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "clidriver/clidriver.h"
+
+namespace
+{
+
+std::vector<std::string> g_messages;
+
+[[noreturn]] void broken(const char *what, const std::string &expected, const std::string &seen)
+{
+    fprintf(stderr, "nmea_convert_fuzz: %s\n  expected %zu bytes: [%s]\n  seen %zu bytes:     [%s]\n", what,
+            expected.size(), expected.c_str(), seen.size(), seen.c_str());
+    abort();
+}
+
+} // namespace
+
+// The platform's print sink: each line formatted whole, its message (after the level) kept.
+extern "C" int Cli_Common_Print(const char *format, ...)
+{
+    char line[4096];
+    va_list args;
+    va_start(args, format);
+    const int n = vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    if (n < 0)
+        broken("a diagnostic line that does not format", "", "");
+    const std::string whole(line,
+                            static_cast<size_t>(n) < sizeof line ? static_cast<size_t>(n) : sizeof line - 1);
+    const size_t level = whole.find("--[");
+    g_messages.push_back(level == std::string::npos ? whole : whole.substr(level + 9));
+    return n;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size > 2048)
+        return 0; // the diagnostic line of a refusal must fit the sink's buffer to be compared
+    char *source = static_cast<char *>(malloc(size + 1));
+    if (size != 0)
+        memcpy(source, data, size);
+    source[size] = '\0';
+    const std::string text(source);
+    char *destination = static_cast<char *>(calloc(text.size() + 1, 1));
+
+    g_messages.clear();
+    const uint32_t result = CLI_StringConvert(destination, source);
+    const std::string shown(destination, text.size() + 1);
+    if (std::string(source) != text)
+        broken("the source was changed", text, source);
+    free(source);
+    free(destination);
+
+    const size_t point = text.find('.');
+    std::string expected(text.size() + 1, '\0');
+    std::vector<std::string> messages;
+    uint32_t expected_result = 0;
+    if (point != std::string::npos && point < 3) {
+        expected_result = 1;
+        messages.push_back("error date " + text + "\n");
+    } else {
+        std::string digits;
+        for (const char c : text)
+            if (c != '.')
+                digits += c;
+        if (point != std::string::npos)
+            digits.insert(point - 2, ".");
+        expected.replace(0, digits.size(), digits);
+    }
+    if (result != expected_result)
+        broken("another result", std::to_string(expected_result), std::to_string(result));
+    if (shown != expected)
+        broken("another text", expected, shown);
+    if (g_messages != messages)
+        broken("other diagnostic lines", messages.empty() ? "" : messages[0],
+               g_messages.empty() ? "" : g_messages[0]);
+    return 0;
+}

@@ -89,8 +89,8 @@ static inline const char *cli_base_name(const char *pcPath)
 
 /* A driver request that failed: the ERROR line shows the request number in plain hex, the console
  * line with its 0x prefix. */
-#define CLI_IOCTL_FAILED(request)                                                                  \
-    (CLI_ERROR("ioctl cmd[%x] failed", static_cast<unsigned>(request)),                            \
+#define CLI_IOCTL_FAILED(request)                                                                            \
+    (CLI_ERROR("ioctl cmd[%x] failed", static_cast<unsigned>(request)),                                      \
      CLI_CONSOLE("ioctl cmd[%#x]", static_cast<unsigned>(request)), 1u)
 
 #endif /* CLIDRIVER_SRC_REPORT_H */

@@ -195,7 +195,7 @@ int ioctl(int fd, unsigned long request, ...)
     void *argument = va_arg(args, void *);
     va_end(args);
     if (active()) {
-        struct stat status {};
+        struct stat status = {};
         if (request == SIOCSIWFREQ && fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode))
             return wireless().set_frequency(fd, argument);
         if (descriptors().kind(fd) == FdKind::Device)

@@ -213,12 +213,12 @@ TEST_P(CorpusLog, IsPlayedLineForLineWithoutItsComments)
 }
 
 INSTANTIATE_TEST_SUITE_P(Nmea, CorpusLog,
-                         ::testing::Values("april6_2019", "beidou-gb", "bt451", "bu353-glonass", "bu353s4",
-                                           "ch-4711", "eXplorist110", "gp-320fw-2019-04-07-coldboot",
-                                           "gps-360", "humminbird-M37", "magellan-ec10", "mt3339", "mtk-3301",
-                                           "mtk-3329", "nd-1005", "neo-m8n", "quectel-L70",
-                                           "skytraq-PX1172RH_DS", "skytraq-fixB", "sounder", "telit-pls83-w",
-                                           "ublox-lea-5q", "ublox-zed-f9p-nmea"),
+                         ::testing::Values("april6_2019", "beidou-bd", "beidou-gb", "bt451", "bu353-glonass",
+                                           "bu353s4", "ch-4711", "eXplorist110",
+                                           "gp-320fw-2019-04-07-coldboot", "gps-360", "humminbird-M37",
+                                           "magellan-ec10", "mt3339", "mtk-3301", "mtk-3329", "nd-1005",
+                                           "neo-m8n", "quectel-L70", "skytraq-PX1172RH_DS", "skytraq-fixB",
+                                           "sounder", "telit-pls83-w", "ublox-lea-5q", "ublox-zed-f9p-nmea"),
                          [](const auto &info) {
                              std::string name = info.param;
                              for (char &c : name)

@@ -193,6 +193,7 @@ TEST_P(Replay, TheQueryAnswersWhatTheLogHolds)
 std::vector<ReplayRow> all_rows()
 {
     static const char *const logs[] = {"april6_2019",
+                                       "beidou-bd",
                                        "beidou-gb",
                                        "bt451",
                                        "bu353-glonass",

@@ -58,15 +58,7 @@ class ScenarioFiles : public clitest::SimTest
     }
     sim::Scenario parse(const std::string &text) { return sim::parse_scenario(text, "bench.toml", dir_); }
     // The message of the error `text` raises, or "" when it parses.
-    std::string error_of(const std::string &text)
-    {
-        try {
-            sim::parse_scenario(text, "bad.toml", dir_);
-        } catch (const sim::ScenarioError &error) {
-            return error.what();
-        }
-        return "";
-    }
+    std::string error_of(const std::string &text) { return clitest::scenario_error(text, dir_); }
 
     std::string dir_;
     std::vector<std::string> made_;

@@ -50,6 +50,16 @@ std::set<int> open_descriptors()
     return fds;
 }
 
+std::string scenario_error(const std::string &text, const std::string &dir)
+{
+    try {
+        sim::parse_scenario(text, "bad.toml", dir);
+    } catch (const sim::ScenarioError &error) {
+        return error.what();
+    }
+    return "";
+}
+
 void SimTest::SetUp()
 {
     scenario_ = sim::load_scenario(sim::default_scenario_path());

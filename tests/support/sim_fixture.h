@@ -82,4 +82,8 @@ class SimTest : public ::testing::Test
 // The descriptors open in this process now.
 std::set<int> open_descriptors();
 
+// The message a scenario text raises when read as "bad.toml" with relative files under `dir`,
+// or "" when it reads cleanly.
+std::string scenario_error(const std::string &text, const std::string &dir);
+
 } // namespace clitest

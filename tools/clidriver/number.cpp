@@ -144,7 +144,8 @@ std::string hex_bytes(const uint8_t *bytes, size_t count)
     return text;
 }
 
-std::string escape_text(std::string_view text)
+std::string quote_with_escapes(std::string_view text, bool (*needs_code)(unsigned char byte),
+                               const char *code_format)
 {
     std::string result = "\"";
     for (char c : text) {
@@ -166,9 +167,9 @@ std::string escape_text(std::string_view text)
             result += "\\t";
             break;
         default:
-            if (byte < 0x20 || byte >= 0x7F) {
+            if (needs_code(byte)) {
                 char code[8];
-                snprintf(code, sizeof code, "\\x%02X", byte);
+                snprintf(code, sizeof code, code_format, byte);
                 result += code;
             } else {
                 result += c;
@@ -176,6 +177,12 @@ std::string escape_text(std::string_view text)
         }
     }
     return result + "\"";
+}
+
+std::string escape_text(std::string_view text)
+{
+    return quote_with_escapes(
+        text, [](unsigned char byte) { return byte < 0x20 || byte >= 0x7F; }, "\\x%02X");
 }
 
 std::string format_wall(int64_t nanoseconds)

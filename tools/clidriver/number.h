@@ -42,6 +42,11 @@ std::string parse_hex_bytes(std::string_view text, std::vector<uint8_t> &bytes);
 // "FE 00 04": upper-case pairs separated by one blank.
 std::string hex_bytes(const uint8_t *bytes, size_t count);
 
+// `text` in double quotes with the escapes C and JSON share (\" \\ \n \r \t); any other byte for
+// which `needs_code` holds is written with `code_format`, a printf format taking the byte.
+std::string quote_with_escapes(std::string_view text, bool (*needs_code)(unsigned char byte),
+                               const char *code_format);
+
 // A string as the shell prints it: in double quotes, with C escapes for quotes, backslashes and
 // anything that is not printable ASCII.
 std::string escape_text(std::string_view text);

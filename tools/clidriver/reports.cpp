@@ -1,5 +1,7 @@
 #include "reports.h"
 
+#include "number.h"
+
 #include <cstdio>
 
 namespace shell
@@ -89,37 +91,9 @@ std::string xml_escape(std::string_view raw, bool attribute)
 
 std::string json_string(std::string_view raw)
 {
-    const std::string text = valid_utf8(raw);
-    std::string result = "\"";
-    for (char ch : text) {
-        const auto c = static_cast<unsigned char>(ch);
-        switch (c) {
-        case '"':
-            result += "\\\"";
-            break;
-        case '\\':
-            result += "\\\\";
-            break;
-        case '\n':
-            result += "\\n";
-            break;
-        case '\r':
-            result += "\\r";
-            break;
-        case '\t':
-            result += "\\t";
-            break;
-        default:
-            if (c < 0x20) {
-                char code[8];
-                snprintf(code, sizeof code, "\\u%04x", c);
-                result += code;
-            } else {
-                result += ch;
-            }
-        }
-    }
-    return result + "\"";
+    // Control characters as \u00XX; everything else, UTF-8 included, as it stands.
+    return quote_with_escapes(
+        valid_utf8(raw), [](unsigned char byte) { return byte < 0x20; }, "\\u%04x");
 }
 
 std::string seconds(int64_t nanoseconds)

@@ -18,6 +18,7 @@
 
 #include "core/clock.h"
 #include "devices/serial.h"
+#include "nmea_sentence.h"
 #include "peripherals/gps.h"
 #include "peripherals/hub.h"
 #include "scenario/scenario.h"
@@ -59,17 +60,6 @@ std::string as_text(const Bytes &bytes)
 Bytes as_bytes(const std::string &text)
 {
     return Bytes(text.begin(), text.end());
-}
-
-// The NMEA checksum, written here apart from the receiver's own.
-std::string with_sum(const std::string &body)
-{
-    unsigned sum = 0;
-    for (size_t i = 1; i < body.size(); ++i)
-        sum ^= static_cast<unsigned char>(body[i]);
-    char digits[3];
-    snprintf(digits, sizeof digits, "%02X", sum);
-    return body + "*" + digits;
 }
 
 // `sentences`, each with CR LF, repeated until at least `bytes` long.
@@ -285,12 +275,12 @@ TEST_P(GpsSearchMode, AcknowledgesAndRenamesItsSentencesWithRightChecksums)
     for (const std::string &sentence : kMixed) {
         const size_t star = sentence.find('*');
         const bool system = sentence[1] != 'P';
-        const bool right_sum = with_sum(sentence.substr(0, star)) == sentence;
+        const bool right_sum = clitest::with_nmea_checksum(sentence.substr(0, star)) == sentence;
         std::string renamed = sentence;
         if (system && !row.talker.empty())
             renamed.replace(1, 2, row.talker);
         if (system && !row.talker.empty() && right_sum)
-            renamed = with_sum(renamed.substr(0, star));
+            renamed = clitest::with_nmea_checksum(renamed.substr(0, star));
         expected += renamed + "\r\n";
     }
     EXPECT_EQ(stream.substr(0, expected.size()), expected);
@@ -308,9 +298,10 @@ INSTANTIATE_TEST_SUITE_P(
                       ModeRow{"NothingEnabled", "$PMTK353,0,0,0,0,0*2B", "$PMTK001,353,2*34", ""},
                       ModeRow{"WrongChecksum", "$PMTK353,1,0,0,0,0*2B", "$PMTK001,353,0*36", ""},
                       ModeRow{"NoChecksum", "$PMTK353,1,0,0,0,0", "$PMTK001,353,0*36", ""},
-                      ModeRow{"FourFlags", with_sum("$PMTK353,1,0,0,0"), "$PMTK001,353,0*36", ""},
-                      ModeRow{"AFlagOtherThanZeroOrOne", with_sum("$PMTK353,2,0,0,0,0"), "$PMTK001,353,0*36",
-                              ""},
+                      ModeRow{"FourFlags", clitest::with_nmea_checksum("$PMTK353,1,0,0,0"),
+                              "$PMTK001,353,0*36", ""},
+                      ModeRow{"AFlagOtherThanZeroOrOne", clitest::with_nmea_checksum("$PMTK353,2,0,0,0,0"),
+                              "$PMTK001,353,0*36", ""},
                       ModeRow{"UnsupportedPacket", "$PMTK220,1000*1F", "$PMTK001,220,1*32", ""}),
     [](const auto &info) { return std::string(info.param.name); });
 
@@ -330,7 +321,7 @@ TEST_F(GpsReceiver, WithoutAcknowledgementsItStillTakesTheMode)
     gps->receive(as_bytes("$PMTK000*32\r\n$PMTK353,0,0,0,0,1*2A\r\n"), 0);
     EXPECT_TRUE(gps->acknowledged().empty());
     EXPECT_EQ(gps->heard(), (std::vector<std::string>{"$PMTK000*32", "$PMTK353,0,0,0,0,1*2A"}));
-    EXPECT_EQ(joined(pieces(*gps, gps->piece_time())), with_sum("$BDGSV,1,1,00") + "\r\n");
+    EXPECT_EQ(joined(pieces(*gps, gps->piece_time())), clitest::with_nmea_checksum("$BDGSV,1,1,00") + "\r\n");
 }
 
 TEST_F(GpsReceiver, CommandsMayArriveInPiecesAndOtherLinesAreNotForIt)

@@ -10,22 +10,12 @@
 
 #include "../serial/fault_injection.h"
 #include "gps_fixture.h"
+#include "nmea_sentence.h"
 
 namespace
 {
 
 using namespace gpstest;
-
-// A sentence with its checksum, computed here.
-std::string nmea(const std::string &body)
-{
-    unsigned sum = 0;
-    for (size_t i = 1; i < body.size(); ++i)
-        sum ^= static_cast<unsigned char>(body[i]);
-    char digits[3];
-    snprintf(digits, sizeof digits, "%02X", sum);
-    return body + "*" + digits;
-}
 
 // Sentences from real logs (mt3339, nd-1005, bu353-glonass, humminbird-M37) and hand-made BeiDou
 // ones, which no real log has.
@@ -39,13 +29,12 @@ const std::string kGnRmc = "$GNRMC,081411.000,A,5541.1955,N,03737.2872,E,0.60,30
 const std::string kGnRmcShown = "Longitude:E 037.372872\nLatitude:N 55.411955";
 const std::string kInRmc = "$INRMC,194101,A,4426.1130,N,07140.5596,W,5.2,77.3,160906,15.8,W*60";
 const std::string kInRmcShown = "Longitude:W 071.405596\nLatitude:N 44.261130";
-const std::string kBdRmc = nmea("$BDRMC,092204.000,A,3150.7816,N,11711.9323,E,0.00,0.00,220304,,,A");
+const std::string kBdRmc =
+    clitest::with_nmea_checksum("$BDRMC,092204.000,A,3150.7816,N,11711.9323,E,0.00,0.00,220304,,,A");
 const std::string kBdRmcShown = "Longitude:E 117.119323\nLatitude:N 31.507816";
-const std::string kBdGga = nmea("$BDGGA,092204.000,3150.7816,N,11711.9323,E,1,07,1.2,20.0,M,0.0,M,,");
+const std::string kBdGga =
+    clitest::with_nmea_checksum("$BDGGA,092204.000,3150.7816,N,11711.9323,E,1,07,1.2,20.0,M,0.0,M,,");
 const std::string kGsv = "$GPGSV,3,1,12,09,88,089,31,07,60,281,44,23,55,123,33,10,44,274,32*78";
-
-// One byte at 9600 baud; a designed receiver hands over a whole block at a time.
-constexpr sim::Nanos kBlockTime = static_cast<sim::Nanos>(kBlock) * byte_time(9600);
 
 struct CoorRow {
     const char *name;

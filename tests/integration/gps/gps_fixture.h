@@ -50,6 +50,10 @@ constexpr sim::Nanos byte_time(unsigned baud)
     return 10 * kSecond / baud;
 }
 
+// A whole block of the query's buffer on the line at 9600 baud; a designed receiver hands over a
+// block at a time.
+constexpr sim::Nanos kBlockTime = static_cast<sim::Nanos>(kBlock) * byte_time(9600);
+
 // The sleeps of a query before its first try: 2 s before the reopen, 1 s after each of the two
 // receiver sentences. A miss costs 2 s of mode setting and 2 s before the reopen.
 constexpr sim::Nanos kBeforeFirstTry = 4 * kSecond;

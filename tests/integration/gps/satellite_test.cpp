@@ -8,21 +8,12 @@
 #include <vector>
 
 #include "gps_fixture.h"
+#include "nmea_sentence.h"
 
 namespace
 {
 
 using namespace gpstest;
-
-std::string nmea(const std::string &body)
-{
-    unsigned sum = 0;
-    for (size_t i = 1; i < body.size(); ++i)
-        sum ^= static_cast<unsigned char>(body[i]);
-    char digits[3];
-    snprintf(digits, sizeof digits, "%02X", sum);
-    return body + "*" + digits;
-}
 
 // From real logs (nd-1005, mt3339, neo-m8n, ublox-lea-5q, skytraq-fixB) and one hand-made.
 const std::string kGga = "$GPGGA,110518.000,5709.8067,N,00207.2822,W,1,08,1.0,59.3,M,48.2,M,,0000*77";
@@ -30,10 +21,9 @@ const std::string kGgaNoFix = "$GPGGA,,,,,,0,00,99.99,,,,,,*48";
 const std::string kGsv = "$GPGSV,3,1,12,09,88,089,31,07,60,281,44,23,55,123,33,10,44,274,32*78";
 const std::string kGlGsv = "$GLGSV,3,1,10,66,37,078,27,67,62,349,26,68,20,296,25,75,04,018,*6E";
 const std::string kBdGsv = "$BDGSV,1,1,02,214,55,153,40,208,01,299,*67";
-const std::string kBdGga = nmea("$BDGGA,092204.000,3150.7816,N,11711.9323,E,1,05,1.2,20.0,M,0.0,M,,");
+const std::string kBdGga =
+    clitest::with_nmea_checksum("$BDGGA,092204.000,3150.7816,N,11711.9323,E,1,05,1.2,20.0,M,0.0,M,,");
 const std::string kGsvNone = "$GPGSV,1,1,00*79";
-
-constexpr sim::Nanos kBlockTime = static_cast<sim::Nanos>(kBlock) * byte_time(9600);
 
 struct SatRow {
     const char *name;

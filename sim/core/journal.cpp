@@ -1,6 +1,8 @@
 #include "core/journal.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "core/clock.h"
 
@@ -107,6 +109,22 @@ void Journal::set_listener(std::function<void(const Entry &)> listener)
 {
     std::lock_guard<std::mutex> hold(mutex_);
     listener_ = std::move(listener);
+}
+
+int journal_open(const std::string &path, int flags, int fd, int err)
+{
+    Entry entry;
+    entry.kind = Kind::Open;
+    entry.name = path;
+    entry.values = {flags};
+    entry.result = fd;
+    entry.err = err;
+    entry.text =
+        "open " + path + (fd >= 0 ? " -> fd " + std::to_string(fd) : " -> " + std::string(strerror(err)));
+    journal().add(entry);
+    if (fd < 0)
+        errno = err;
+    return fd;
 }
 
 std::string hex(uint64_t value)

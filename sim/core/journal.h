@@ -67,6 +67,10 @@ class Journal
 
 Journal &journal();
 
+// Journals the end of an open of a simulated path (descriptor `fd`, or -1 with `err`) and returns
+// what the product's open returns, errno set on failure.
+int journal_open(const std::string &path, int flags, int fd, int err);
+
 // "0x1950" style, for readable entries.
 std::string hex(uint64_t value);
 std::string hex_bytes(const std::vector<uint8_t> &bytes);

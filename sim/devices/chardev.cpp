@@ -75,18 +75,7 @@ int Devices::open(const std::string &path, int flags)
         else
             descriptors().track(fd, FdKind::Device, path);
     }
-    Entry entry;
-    entry.kind = Kind::Open;
-    entry.name = path;
-    entry.values = {flags};
-    entry.result = fd;
-    entry.err = err;
-    entry.text =
-        "open " + path + (fd >= 0 ? " -> fd " + std::to_string(fd) : " -> " + std::string(strerror(err)));
-    journal().add(entry);
-    if (fd < 0)
-        errno = err;
-    return fd;
+    return journal_open(path, flags, fd, err);
 }
 
 int Devices::ioctl(int fd, unsigned long request, uintptr_t argument)

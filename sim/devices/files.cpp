@@ -96,18 +96,7 @@ int Files::open(const std::string &path, int flags)
         else
             descriptors().track(fd, FdKind::File, path);
     }
-    Entry entry;
-    entry.kind = Kind::Open;
-    entry.name = path;
-    entry.values = {flags};
-    entry.result = fd;
-    entry.err = err;
-    entry.text =
-        "open " + path + (fd >= 0 ? " -> fd " + std::to_string(fd) : " -> " + std::string(strerror(err)));
-    journal().add(entry);
-    if (fd < 0)
-        errno = err;
-    return fd;
+    return journal_open(path, flags, fd, err);
 }
 
 FILE *Files::fopen(const std::string &path, const char *mode)

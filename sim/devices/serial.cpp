@@ -311,18 +311,7 @@ int SerialPorts::open(const std::string &path, int flags)
             descriptors().track(fd, FdKind::Port, path);
         }
     }
-    Entry entry;
-    entry.kind = Kind::Open;
-    entry.name = path;
-    entry.values = {flags};
-    entry.result = fd;
-    entry.err = err;
-    entry.text =
-        "open " + path + (fd >= 0 ? " -> fd " + std::to_string(fd) : " -> " + std::string(strerror(err)));
-    journal().add(entry);
-    if (fd < 0)
-        errno = err;
-    return fd;
+    return journal_open(path, flags, fd, err);
 }
 
 Port *SerialPorts::port_of_fd(int fd)

@@ -565,13 +565,7 @@ chunk = 25
     close(fd);
 }
 
-struct BadGpsFile {
-    const char *name;
-    const char *text;
-    const char *error;
-};
-
-class GpsScenarioErrors : public ::testing::TestWithParam<BadGpsFile>
+class GpsScenarioErrors : public ::testing::TestWithParam<clitest::ScenarioMistake>
 {
 };
 
@@ -583,28 +577,31 @@ TEST_P(GpsScenarioErrors, NameTheFileLineAndKey)
 INSTANTIATE_TEST_SUITE_P(
     Files, GpsScenarioErrors,
     ::testing::Values(
-        BadGpsFile{
+        clitest::ScenarioMistake{
             "UnknownKey", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nbaudrate = 9600\n",
             "bad.toml:3: ports./dev/ttyC0.baudrate: unknown key (expected one of: peer, absent, open_errno, "
             "log, sentences, follow_mode, acknowledge, cold_start_ms, cold_sentences, silent, garbage, "
             "garbage_seed, baud, chunk)"},
-        BadGpsFile{
+        clitest::ScenarioMistake{
             "LogAndSentences",
             "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nlog = \"a.log\"\nsentences = [\"$A\"]\n",
             "bad.toml:4: ports./dev/ttyC0.sentences: a receiver plays either a log or sentences, not both"},
-        BadGpsFile{"MissingLog", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nlog = \"gone.log\"\n",
-                   "bad.toml:3: ports./dev/ttyC0.log: cannot read /nowhere/gone.log"},
-        BadGpsFile{"SentencesNotStrings", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nsentences = [1, 2]\n",
-                   "bad.toml:3: ports./dev/ttyC0.sentences: expected an array of sentences, each a string"},
-        BadGpsFile{"ChunkTooLarge", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nchunk = 1025\n",
-                   "bad.toml:3: ports./dev/ttyC0.chunk: expected 1..1024 bytes"},
-        BadGpsFile{"ChunkZero", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nchunk = 0\n",
-                   "bad.toml:3: ports./dev/ttyC0.chunk: expected 1..1024 bytes"},
-        BadGpsFile{"NoSpeed", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nbaud = 0\n",
-                   "bad.toml:3: ports./dev/ttyC0.baud: expected a speed in bits per second, such as 9600"},
-        BadGpsFile{"ColdBeforeBoot", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\ncold_start_ms = -1\n",
-                   "bad.toml:3: ports./dev/ttyC0.cold_start_ms: expected a time in milliseconds, 0 or more"},
-        BadGpsFile{
+        clitest::ScenarioMistake{"MissingLog", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nlog = \"gone.log\"\n",
+                                 "bad.toml:3: ports./dev/ttyC0.log: cannot read /nowhere/gone.log"},
+        clitest::ScenarioMistake{
+            "SentencesNotStrings", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nsentences = [1, 2]\n",
+            "bad.toml:3: ports./dev/ttyC0.sentences: expected an array of sentences, each a string"},
+        clitest::ScenarioMistake{"ChunkTooLarge", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nchunk = 1025\n",
+                                 "bad.toml:3: ports./dev/ttyC0.chunk: expected 1..1024 bytes"},
+        clitest::ScenarioMistake{"ChunkZero", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nchunk = 0\n",
+                                 "bad.toml:3: ports./dev/ttyC0.chunk: expected 1..1024 bytes"},
+        clitest::ScenarioMistake{
+            "NoSpeed", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nbaud = 0\n",
+            "bad.toml:3: ports./dev/ttyC0.baud: expected a speed in bits per second, such as 9600"},
+        clitest::ScenarioMistake{
+            "ColdBeforeBoot", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\ncold_start_ms = -1\n",
+            "bad.toml:3: ports./dev/ttyC0.cold_start_ms: expected a time in milliseconds, 0 or more"},
+        clitest::ScenarioMistake{
             "BehindTheHubWithALineOfItsOwn",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".gps]\npeer = \"gps\"\nabsent = "
             "true\n",

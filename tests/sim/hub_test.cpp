@@ -460,13 +460,7 @@ payload_text = "odd"
     close(fd);
 }
 
-struct BadHubFile {
-    const char *name;
-    const char *text;
-    const char *error;
-};
-
-class HubScenarioErrors : public ::testing::TestWithParam<BadHubFile>
+class HubScenarioErrors : public ::testing::TestWithParam<clitest::ScenarioMistake>
 {
 };
 
@@ -478,46 +472,49 @@ TEST_P(HubScenarioErrors, NameTheFileLineAndKey)
 INSTANTIATE_TEST_SUITE_P(
     Files, HubScenarioErrors,
     ::testing::Values(
-        BadHubFile{
+        clitest::ScenarioMistake{
             "UnknownKey", "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nacks = true\n",
             "bad.toml:3: ports./dev/ttyC0.acks: unknown key (expected one of: peer, absent, open_errno, "
             "silent, ack, ack_delay_ms, ack_payload, ack_payload_text, ack_port, box_temperature, "
             "max_payload, gps, rfid, zigbee, fault, frame)"},
-        BadHubFile{
+        clitest::ScenarioMistake{
             "UnknownFault",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nframe = 1\nfault = "
             "\"late\"\n",
             "bad.toml:5: ports./dev/ttyC0.fault[0].fault: expected bad_head, bad_kind, wrong_port, "
             "bad_checksum, long_length or truncate"},
-        BadHubFile{
+        clitest::ScenarioMistake{
             "FaultWithoutFrame",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nfault = \"bad_head\"\n",
             "bad.toml:3: ports./dev/ttyC0.fault[0].frame: expected the number of the hub's frame to spoil, "
             "from 1"},
-        BadHubFile{
+        clitest::ScenarioMistake{
             "DeviceWithALineKey",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".gps]\npeer = \"script\"\nabsent "
             "= true\n",
             "bad.toml:5: ports./dev/ttyC0.gps.absent: a device behind the hub has no line of its own"},
-        BadHubFile{"DeviceWithoutPeer",
-                   "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".rfid]\n",
-                   "bad.toml:3: ports./dev/ttyC0.rfid.peer: a device behind the hub needs its peer (e.g. "
-                   "\"script\")"},
-        BadHubFile{"HubBehindAHub",
-                   "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".zigbee]\npeer = \"hub\"\n",
-                   "bad.toml:4: ports./dev/ttyC0.zigbee.peer: a hub cannot sit behind a hub"},
-        BadHubFile{
+        clitest::ScenarioMistake{
+            "DeviceWithoutPeer", "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".rfid]\n",
+            "bad.toml:3: ports./dev/ttyC0.rfid.peer: a device behind the hub needs its peer (e.g. "
+            "\"script\")"},
+        clitest::ScenarioMistake{
+            "HubBehindAHub",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".zigbee]\npeer = \"hub\"\n",
+            "bad.toml:4: ports./dev/ttyC0.zigbee.peer: a hub cannot sit behind a hub"},
+        clitest::ScenarioMistake{
             "DeviceOptionMisspelt",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".gps]\npeer = \"script\"\nmood "
             "= \"silent\"\n",
             "bad.toml:5: ports./dev/ttyC0.gps.mood: unknown key (expected one of: peer, absent, "
             "open_errno, mode, trickle_gap_ms, garbage_every_ms, garbage_chunk, garbage_seed, "
             "hang_up_after, hang_up_at_ms, rule, announce)"},
-        BadHubFile{"FrameWithoutPort",
-                   "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".frame]]\nat_ms = 3\n",
-                   "bad.toml:3: ports./dev/ttyC0.frame[0].port: a frame needs the port it comes from"},
-        BadHubFile{"ByteOutOfRange", "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nbox_temperature = 300\n",
-                   "bad.toml:3: ports./dev/ttyC0.box_temperature: expected 0..255"}),
+        clitest::ScenarioMistake{
+            "FrameWithoutPort",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".frame]]\nat_ms = 3\n",
+            "bad.toml:3: ports./dev/ttyC0.frame[0].port: a frame needs the port it comes from"},
+        clitest::ScenarioMistake{"ByteOutOfRange",
+                                 "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nbox_temperature = 300\n",
+                                 "bad.toml:3: ports./dev/ttyC0.box_temperature: expected 0..255"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 } // namespace

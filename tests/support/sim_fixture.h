@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <ostream>
 #include <set>
 #include <string>
 #include <type_traits>
@@ -85,5 +86,16 @@ std::set<int> open_descriptors();
 // The message a scenario text raises when read as "bad.toml" with relative files under `dir`,
 // or "" when it reads cleanly.
 std::string scenario_error(const std::string &text, const std::string &dir);
+
+// One row of a table of scenario mistakes: the text and the message it must raise.
+struct ScenarioMistake {
+    const char *name;
+    const char *text;
+    const char *error;
+};
+inline void PrintTo(const ScenarioMistake &mistake, std::ostream *out)
+{
+    *out << mistake.name;
+}
 
 } // namespace clitest

@@ -5,14 +5,11 @@
 
 namespace sim::real
 {
-namespace
-{
 
-// The function behind the executable's own definition. A sanitizer runtime keeps its wrapper
-// under __interceptor_NAME: taken first, so the sanitizer still sees the call (with clang its
-// runtime is linked into the executable, where RTLD_NEXT would skip it and go straight to libc).
-// Otherwise the next definition after the executable's: libc's.
-template <typename Function> Function next(const char *name)
+// A sanitizer runtime keeps its wrapper under __interceptor_NAME: taken first, so the sanitizer
+// still sees the call (with clang its runtime is linked into the executable, where RTLD_NEXT would
+// skip it and go straight to libc). Otherwise the next definition after the executable's.
+void *next_symbol(const char *name)
 {
     char wrapped[96];
     snprintf(wrapped, sizeof wrapped, "__interceptor_%s", name);
@@ -23,12 +20,10 @@ template <typename Function> Function next(const char *name)
         fprintf(stderr, "simulated camera: no real %s behind the interposed one\n", name);
         abort();
     }
-    return reinterpret_cast<Function>(symbol);
+    return symbol;
 }
 
 #define SIM_REAL(name, type) static const auto fn = next<type>(#name)
-
-} // namespace
 
 int open(const char *path, int flags, mode_t mode)
 {

@@ -14,6 +14,15 @@
 namespace sim::real
 {
 
+// The definition behind the executable's own `name`: a sanitizer's wrapper when one is linked in,
+// else the next library's (libc's, or libclidriver's for a test that wraps a command). Ends the
+// process with a message when there is none.
+void *next_symbol(const char *name);
+template <typename Function> Function next(const char *name)
+{
+    return reinterpret_cast<Function>(next_symbol(name));
+}
+
 int open(const char *path, int flags, mode_t mode = 0);
 int close(int fd);
 ssize_t read(int fd, void *buffer, size_t count);

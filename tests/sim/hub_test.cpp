@@ -14,6 +14,7 @@
 
 #include "core/clock.h"
 #include "devices/serial.h"
+#include "hub_wire.h"
 #include "peripherals/hub.h"
 #include "peripherals/scripted_peer.h"
 #include "scenario/scenario.h"
@@ -45,27 +46,9 @@ Bytes text(const std::string &characters)
     return Bytes(characters.begin(), characters.end());
 }
 
-// A frame as the product builds it, written out here independently.
-Bytes frame(uint16_t port, uint8_t command, const Bytes &payload = {})
-{
-    const size_t length = payload.size() + 4;
-    Bytes bytes = {0xFE,   static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length),
-                   0x01,   static_cast<uint8_t>(port >> 8),   static_cast<uint8_t>(port),
-                   command};
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    unsigned sum = 0;
-    for (size_t i = 3; i < bytes.size(); ++i)
-        sum += bytes[i];
-    bytes.push_back(static_cast<uint8_t>(sum >> 8));
-    bytes.push_back(static_cast<uint8_t>(sum));
-    return bytes;
-}
+using clitest::hub_frame;
 
-Bytes rate(uint32_t value)
-{
-    return {static_cast<uint8_t>(value >> 24), static_cast<uint8_t>(value >> 16),
-            static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
-}
+using clitest::big_endian_rate;
 
 constexpr sim::Nanos byte_at(unsigned baud)
 {
@@ -103,8 +86,8 @@ class Hub : public ::testing::Test
 
 TEST_F(Hub, ReadsFramesWholeOrInPiecesAndSkipsWhatIsNoFrame)
 {
-    const Bytes open = frame(sim::kHubPortGps, sim::kHubOpen);
-    const Bytes rated = frame(sim::kHubPortGps, sim::kHubSetRate, rate(9600));
+    const Bytes open = hub_frame(sim::kHubPortGps, sim::kHubOpen);
+    const Bytes rated = hub_frame(sim::kHubPortGps, sim::kHubSetRate, big_endian_rate(9600));
     Bytes stream = {0x00, 0x13};
     stream.insert(stream.end(), open.begin(), open.end());
     stream.insert(stream.end(), rated.begin(), rated.end());
@@ -113,7 +96,7 @@ TEST_F(Hub, ReadsFramesWholeOrInPiecesAndSkipsWhatIsNoFrame)
     ASSERT_EQ(hub.heard().size(), 2u);
     EXPECT_EQ(hub.heard()[0].command, sim::kHubOpen);
     EXPECT_EQ(hub.heard()[0].port, sim::kHubPortGps);
-    EXPECT_EQ(hub.heard()[1].payload, rate(9600));
+    EXPECT_EQ(hub.heard()[1].payload, big_endian_rate(9600));
     EXPECT_EQ(hub.skipped(), 2u);
     EXPECT_TRUE(hub.channel_open(sim::kHubPortGps));
     EXPECT_EQ(hub.channel_rate(sim::kHubPortGps), 9600u);
@@ -122,9 +105,9 @@ TEST_F(Hub, ReadsFramesWholeOrInPiecesAndSkipsWhatIsNoFrame)
 
 TEST_F(Hub, AFrameItCannotTrustIsHeardButNotActedOn)
 {
-    Bytes wrong_sum = frame(sim::kHubPortGps, sim::kHubOpen);
+    Bytes wrong_sum = hub_frame(sim::kHubPortGps, sim::kHubOpen);
     wrong_sum.back() ^= 1;
-    Bytes wrong_kind = frame(sim::kHubPortGps, sim::kHubOpen);
+    Bytes wrong_kind = hub_frame(sim::kHubPortGps, sim::kHubOpen);
     wrong_kind[3] = 0x02;
     wrong_kind.back() += 1; // keep the sum right: only the kind is wrong
     hub.receive(wrong_sum, 0);
@@ -139,7 +122,7 @@ TEST_F(Hub, AFrameItCannotTrustIsHeardButNotActedOn)
 TEST_F(Hub, ALengthTooShortForAFrameIsSkippedAndTheNextHeadFound)
 {
     Bytes stream = {0xFE, 0x00, 0x02};
-    const Bytes open = frame(sim::kHubPortRfid, sim::kHubOpen);
+    const Bytes open = hub_frame(sim::kHubPortRfid, sim::kHubOpen);
     stream.insert(stream.end(), open.begin(), open.end());
     hub.receive(stream, 0);
     ASSERT_EQ(hub.heard().size(), 1u);
@@ -150,15 +133,15 @@ TEST_F(Hub, PayloadsReachAnOpenChannelsDeviceOnly)
 {
     sim::ScriptedPeer *gps = device_at(sim::kHubPortGps);
     gps->add_rule({text("?"), text("!")});
-    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("?")), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubPass, text("?")), 0);
     EXPECT_FALSE(hub.heard().back().delivered) << "the channel is not open yet";
     EXPECT_EQ(hub.next_send(), sim::kNever);
 
-    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
-    hub.receive(frame(sim::kHubPortGps, sim::kHubSetRate, rate(4800)), 0);
-    hub.receive(frame(sim::kHubPortRfid, sim::kHubPass, text("?")), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubSetRate, big_endian_rate(4800)), 0);
+    hub.receive(hub_frame(sim::kHubPortRfid, sim::kHubPass, text("?")), 0);
     EXPECT_FALSE(hub.heard().back().delivered) << "nothing hangs behind the RFID port";
-    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("?")), 10 * kMillisecond);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubPass, text("?")), 10 * kMillisecond);
     EXPECT_TRUE(hub.heard().back().delivered);
 
     // The device answers at the 4800 baud its channel was told; the hub forwards the byte in a
@@ -166,7 +149,7 @@ TEST_F(Hub, PayloadsReachAnOpenChannelsDeviceOnly)
     const sim::Nanos answered = 10 * kMillisecond + byte_at(4800);
     EXPECT_EQ(hub.next_send(), answered);
     EXPECT_TRUE(hub.take(answered).empty()) << "the frame is only now going out";
-    const Bytes expected = frame(sim::kHubPortGps, sim::kHubPass, text("!"));
+    const Bytes expected = hub_frame(sim::kHubPortGps, sim::kHubPass, text("!"));
     EXPECT_EQ(hub.next_send(), answered + static_cast<sim::Nanos>(expected.size()) * byte_at(115200));
     EXPECT_EQ(drain(hub, kSecond), expected);
 }
@@ -182,12 +165,12 @@ TEST_F(Hub, TheDevicesLineShowsItsChannelsRateAndState)
     ASSERT_NE(kept->seen(), nullptr);
     EXPECT_EQ(kept->seen()->baud(), 0u) << "not told yet";
     EXPECT_FALSE(kept->seen()->open_by_product());
-    hub.receive(frame(sim::kHubPortZigbee, sim::kHubOpen), 0);
-    hub.receive(frame(sim::kHubPortZigbee, sim::kHubSetRate, rate(38400)), 0);
+    hub.receive(hub_frame(sim::kHubPortZigbee, sim::kHubOpen), 0);
+    hub.receive(hub_frame(sim::kHubPortZigbee, sim::kHubSetRate, big_endian_rate(38400)), 0);
     EXPECT_EQ(kept->seen()->baud(), 38400u);
     EXPECT_TRUE(kept->seen()->open_by_product());
     EXPECT_EQ(kept->seen()->path(), "hub port 0x005D");
-    hub.receive(frame(sim::kHubPortZigbee, sim::kHubClose), 0);
+    hub.receive(hub_frame(sim::kHubPortZigbee, sim::kHubClose), 0);
     EXPECT_FALSE(kept->seen()->open_by_product());
 }
 
@@ -197,8 +180,8 @@ TEST_F(Hub, AClosedChannelDropsWhatItsDeviceSends)
     rfid->announce(100 * kMillisecond, text("lost"));
     rfid->announce(300 * kMillisecond, text("kept"));
     EXPECT_TRUE(drain(hub, 200 * kMillisecond).empty());
-    hub.receive(frame(sim::kHubPortRfid, sim::kHubOpen), 200 * kMillisecond);
-    EXPECT_EQ(drain(hub, kSecond), frame(sim::kHubPortRfid, sim::kHubPass, text("kept")));
+    hub.receive(hub_frame(sim::kHubPortRfid, sim::kHubOpen), 200 * kMillisecond);
+    EXPECT_EQ(drain(hub, kSecond), hub_frame(sim::kHubPortRfid, sim::kHubPass, text("kept")));
 }
 
 TEST_F(Hub, LongDeviceDataIsSplitIntoFramesOfTheLargestPayload)
@@ -206,33 +189,33 @@ TEST_F(Hub, LongDeviceDataIsSplitIntoFramesOfTheLargestPayload)
     hub.set_max_payload(6);
     sim::ScriptedPeer *gps = device_at(sim::kHubPortGps);
     gps->announce(0, text("$GPGGA,1"));
-    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
-    Bytes expected = frame(sim::kHubPortGps, sim::kHubPass, text("$GPGGA"));
-    const Bytes second = frame(sim::kHubPortGps, sim::kHubPass, text(",1"));
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    Bytes expected = hub_frame(sim::kHubPortGps, sim::kHubPass, text("$GPGGA"));
+    const Bytes second = hub_frame(sim::kHubPortGps, sim::kHubPass, text(",1"));
     expected.insert(expected.end(), second.begin(), second.end());
     EXPECT_EQ(drain(hub, kSecond), expected);
 }
 
 TEST_F(Hub, AcknowledgesOpenRateAndCloseOnlyWhenAsked)
 {
-    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubOpen), 0);
     EXPECT_EQ(hub.next_send(), sim::kNever);
 
     hub.acknowledge(5 * kMillisecond, {0x00});
-    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
-    hub.receive(frame(sim::kHubPortGps, sim::kHubSetRate, rate(9600)), 0);
-    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("x")), 0);
-    hub.receive(frame(sim::kHubPortGps, sim::kHubClose), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubSetRate, big_endian_rate(9600)), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubPass, text("x")), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubClose), 0);
     Bytes expected;
     for (uint8_t command : {sim::kHubOpen, sim::kHubSetRate, sim::kHubClose}) {
-        const Bytes ack = frame(sim::kHubPortGps, command, {0x00});
+        const Bytes ack = hub_frame(sim::kHubPortGps, command, {0x00});
         expected.insert(expected.end(), ack.begin(), ack.end());
     }
     EXPECT_EQ(drain(hub, kSecond), expected) << "one after the other, the pass payload unanswered";
 
     hub.acknowledge(0, {}, 0x0000);
-    hub.receive(frame(sim::kHubPortRfid, sim::kHubOpen), 2 * kSecond);
-    EXPECT_EQ(drain(hub, 3 * kSecond), frame(0x0000, sim::kHubOpen));
+    hub.receive(hub_frame(sim::kHubPortRfid, sim::kHubOpen), 2 * kSecond);
+    EXPECT_EQ(drain(hub, 3 * kSecond), hub_frame(0x0000, sim::kHubOpen));
 }
 
 TEST_F(Hub, ASilentHubSendsNothingOfItsOwnButScheduledFramesStillGo)
@@ -242,26 +225,26 @@ TEST_F(Hub, ASilentHubSendsNothingOfItsOwnButScheduledFramesStillGo)
     hub.acknowledge(0);
     hub.set_box_temperature(20);
     hub.set_silent(true);
-    hub.receive(frame(sim::kHubPortGps, sim::kHubOpen), 0);
-    hub.receive(frame(sim::kHubPortGps, sim::kHubPass, text("?")), 0);
-    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubOpen), 0);
+    hub.receive(hub_frame(sim::kHubPortGps, sim::kHubPass, text("?")), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
     sim::HubFrame odd;
     odd.port = 0x1234;
     hub.send_frame(kSecond, odd);
-    EXPECT_EQ(drain(hub, 2 * kSecond), frame(0x1234, sim::kHubPass));
+    EXPECT_EQ(drain(hub, 2 * kSecond), hub_frame(0x1234, sim::kHubPass));
 }
 
 TEST_F(Hub, ThePeripheralBoxSwitchesItsHeaterAndTellsItsTemperature)
 {
     hub.set_box_temperature(0xF6);
-    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxHeaterPrepare, {0x00}), 0);
-    hub.receive(frame(sim::kHubPortBox, sim::kHubSetRate, {0x01}), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxHeaterPrepare, {0x00}), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubSetRate, {0x01}), 0);
     EXPECT_TRUE(hub.box_heater_on());
-    hub.receive(frame(sim::kHubPortBox, sim::kHubSetRate, {0x00}), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubSetRate, {0x00}), 0);
     EXPECT_FALSE(hub.box_heater_on());
     EXPECT_EQ(hub.channel_rate(sim::kHubPortBox), 0u) << "a one-byte payload is the heater, not a rate";
-    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
-    EXPECT_EQ(drain(hub, kSecond), frame(sim::kHubPortBox, sim::kHubBoxRequest, {0xF6}));
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    EXPECT_EQ(drain(hub, kSecond), hub_frame(sim::kHubPortBox, sim::kHubBoxRequest, {0xF6}));
 }
 
 TEST_F(Hub, FramesCanBeWrongInEveryFieldOnPurpose)
@@ -269,7 +252,7 @@ TEST_F(Hub, FramesCanBeWrongInEveryFieldOnPurpose)
     sim::HubFrame base;
     base.port = sim::kHubPortGps;
     base.payload = text("ab");
-    EXPECT_EQ(base.bytes(), frame(sim::kHubPortGps, sim::kHubPass, text("ab")));
+    EXPECT_EQ(base.bytes(), hub_frame(sim::kHubPortGps, sim::kHubPass, text("ab")));
 
     sim::HubFrame wrong = base;
     wrong.head = 0x7E;
@@ -301,10 +284,10 @@ TEST_P(HubFaults, SpoilTheNumberedFrameAndNoOther)
 {
     hub.set_box_temperature(0x14);
     hub.add_fault(1, GetParam().fault, GetParam().value);
-    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
-    hub.receive(frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
     Bytes expected = GetParam().expected;
-    const Bytes right = frame(sim::kHubPortBox, sim::kHubBoxRequest, {0x14});
+    const Bytes right = hub_frame(sim::kHubPortBox, sim::kHubBoxRequest, {0x14});
     ASSERT_EQ(right, (Bytes{0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}));
     expected.insert(expected.end(), right.begin(), right.end());
     EXPECT_EQ(drain(hub, kSecond), expected);
@@ -395,12 +378,12 @@ TEST_F(HubOnTheLine, RoutesARequestToTheDeviceAndItsAnswerBack)
     };
     restart();
     const int fd = open_raw(115200);
-    for (const Bytes &request :
-         {frame(sim::kHubPortGps, sim::kHubOpen), frame(sim::kHubPortGps, sim::kHubSetRate, rate(9600)),
-          frame(sim::kHubPortGps, sim::kHubPass, text("$PMTK000*32\r\n"))})
+    for (const Bytes &request : {hub_frame(sim::kHubPortGps, sim::kHubOpen),
+                                 hub_frame(sim::kHubPortGps, sim::kHubSetRate, big_endian_rate(9600)),
+                                 hub_frame(sim::kHubPortGps, sim::kHubPass, text("$PMTK000*32\r\n"))})
         ASSERT_EQ(write(fd, request.data(), request.size()), static_cast<ssize_t>(request.size()));
-    const Bytes first = frame(sim::kHubPortGps, sim::kHubPass, text("$PMTK001,0,3*30\r"));
-    const Bytes second = frame(sim::kHubPortGps, sim::kHubPass, text("\n"));
+    const Bytes first = hub_frame(sim::kHubPortGps, sim::kHubPass, text("$PMTK001,0,3*30\r"));
+    const Bytes second = hub_frame(sim::kHubPortGps, sim::kHubPass, text("\n"));
     Bytes expected = first;
     expected.insert(expected.end(), second.begin(), second.end());
     EXPECT_EQ(read_exactly(fd, expected.size()), expected);
@@ -440,19 +423,19 @@ payload_text = "odd"
     scenario() = camera;
     restart();
     const int fd = open_raw(115200);
-    const Bytes open = frame(sim::kHubPortGps, sim::kHubOpen);
+    const Bytes open = hub_frame(sim::kHubPortGps, sim::kHubOpen);
     ASSERT_EQ(write(fd, open.data(), open.size()), static_cast<ssize_t>(open.size()));
-    const Bytes ask = frame(sim::kHubPortGps, sim::kHubPass, text("?"));
+    const Bytes ask = hub_frame(sim::kHubPortGps, sim::kHubPass, text("?"));
     ASSERT_EQ(write(fd, ask.data(), ask.size()), static_cast<ssize_t>(ask.size()));
     // The acknowledgement from port 0, then the answer with its checksum spoiled (own frame 2),
     // then the scheduled frame of kind 2.
-    Bytes answer = frame(sim::kHubPortGps, sim::kHubPass, text("!"));
+    Bytes answer = hub_frame(sim::kHubPortGps, sim::kHubPass, text("!"));
     answer.back() += 1;
     sim::HubFrame odd;
     odd.port = 0x5C;
     odd.kind = 2;
     odd.payload = text("odd");
-    Bytes expected = frame(0x0000, sim::kHubOpen, {0x00});
+    Bytes expected = hub_frame(0x0000, sim::kHubOpen, {0x00});
     expected.insert(expected.end(), answer.begin(), answer.end());
     const Bytes scheduled = odd.bytes();
     expected.insert(expected.end(), scheduled.begin(), scheduled.end());

@@ -17,6 +17,7 @@
 #include "clidriver/clidriver.h"
 #include "core/time.h"
 #include "devices/serial.h"
+#include "hub_wire.h"
 #include "peripherals/gps.h"
 #include "peripherals/hub.h"
 #include "sim_fixture.h"
@@ -93,28 +94,7 @@ inline std::string console(const std::string &function, const std::string &text)
     return "[ERROR]:" + text + "\t@[" + kSource + " " + function + "]\r\n";
 }
 
-// A hub frame as the wire carries it, built here apart from the library and the simulator.
-inline Bytes hub_frame(uint16_t port, uint8_t command, const Bytes &payload = {})
-{
-    const size_t length = payload.size() + 4;
-    Bytes frame = {0xFE,   static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length),
-                   0x01,   static_cast<uint8_t>(port >> 8),   static_cast<uint8_t>(port),
-                   command};
-    for (const uint8_t byte : payload) // one by one: GCC 12 misjudges an insert of an empty range
-        frame.push_back(byte);
-    unsigned sum = 0;
-    for (size_t i = 3; i < frame.size(); ++i)
-        sum += frame[i];
-    frame.push_back(static_cast<uint8_t>(sum >> 8));
-    frame.push_back(static_cast<uint8_t>(sum));
-    return frame;
-}
-
-inline Bytes rate_bytes(uint32_t rate)
-{
-    return {static_cast<uint8_t>(rate >> 24), static_cast<uint8_t>(rate >> 16),
-            static_cast<uint8_t>(rate >> 8), static_cast<uint8_t>(rate)};
-}
+using clitest::hub_frame;
 
 // `sentences`, each ended with CR LF, then filler sentences that carry none of the sentence types
 // the queries look for, up to exactly `size` bytes. The filler is a proprietary sentence of the

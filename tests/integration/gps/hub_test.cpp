@@ -41,7 +41,7 @@ class GpsBehindTheHub : public GpsTest
     // Every frame a query writes when it finds its sentence in the first block.
     static std::vector<Bytes> frames_of_one_try(uint32_t mode)
     {
-        const Bytes rate = rate_bytes(9600);
+        const Bytes rate = clitest::big_endian_rate(9600);
         return {hub_frame(kHubGps, kOpen),
                 hub_frame(kHubGps, kRate, rate),
                 hub_frame(kHubRfid, kClose),

@@ -149,8 +149,8 @@ TEST_F(GpsTest, BehindTheHubTheRateIsWhatTheHubIsTold)
     int fd = -1;
     const Call call = run([&] { return CLI_ComOpen(COM_TYPE_GPS, &fd); });
     EXPECT_EQ(call.status, 0);
-    EXPECT_EQ(writes(call),
-              (std::vector<Bytes>{hub_frame(kHubGps, kOpen), hub_frame(kHubGps, kRate, rate_bytes(19200))}));
+    EXPECT_EQ(writes(call), (std::vector<Bytes>{hub_frame(kHubGps, kOpen),
+                                                hub_frame(kHubGps, kRate, clitest::big_endian_rate(19200))}));
     EXPECT_EQ(line()->baud(), 115200u) << "the line runs at the hub's rate";
     CLI_ComClose(COM_TYPE_GPS, &fd);
 }

@@ -16,6 +16,7 @@
 #include "core/time.h"
 #include "devices/serial.h"
 #include "fault_injection.h"
+#include "hub_wire.h"
 #include "peripherals/hub.h"
 #include "peripherals/scripted_peer.h"
 #include "sim_fixture.h"
@@ -51,31 +52,9 @@ inline Bytes concat(std::initializer_list<Bytes> parts)
     return all;
 }
 
-// A hub frame as the wire carries it: FE, L = n + 4, 01, port, command, payload, 16-bit sum.
-inline Bytes hub_frame(uint16_t port, uint8_t command, const Bytes &payload = {})
-{
-    const size_t length = payload.size() + 4;
-    Bytes frame;
-    frame.reserve(payload.size() + 9);
-    for (const uint8_t byte :
-         {uint8_t{0xFE}, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length), uint8_t{0x01},
-          static_cast<uint8_t>(port >> 8), static_cast<uint8_t>(port), command})
-        frame.push_back(byte);
-    for (const uint8_t byte : payload)
-        frame.push_back(byte);
-    unsigned sum = 0;
-    for (size_t i = 3; i < frame.size(); ++i)
-        sum += frame[i];
-    frame.push_back(static_cast<uint8_t>(sum >> 8));
-    frame.push_back(static_cast<uint8_t>(sum));
-    return frame;
-}
+using clitest::hub_frame;
 
-inline Bytes big_endian_rate(uint32_t rate)
-{
-    return {static_cast<uint8_t>(rate >> 24), static_cast<uint8_t>(rate >> 16),
-            static_cast<uint8_t>(rate >> 8), static_cast<uint8_t>(rate)};
-}
+using clitest::big_endian_rate;
 
 // A receive buffer as the callers provide it (1024 bytes) with a guard region after it: nothing
 // may ever be written there.

@@ -9,7 +9,7 @@
 #include "core/journal.h"
 #include "platform/platform.h"
 #include "shell.h"
-#include "sim_fixture.h"
+#include "shell_fixture.h"
 #include "simulated.h"
 
 namespace
@@ -17,25 +17,15 @@ namespace
 
 using clitest::Call;
 
-class ShellCalls : public clitest::SimTest
+class ShellCalls : public shelltest::ShellTest
 {
   protected:
-    // Diagnostic lines on the console, as main sets them on a PC.
     void SetUp() override
     {
         // The shell's own standard input, which no command may take from it.
         if (fcntl(STDIN_FILENO, F_GETFD) == -1)
             ASSERT_EQ(open("/dev/null", O_RDONLY), STDIN_FILENO);
-        SimTest::SetUp();
-        sim::platform().set_console(stdout);
-    }
-
-    // The shell as main builds it on a PC, but keeping the journal so the test can read it.
-    shell::Shell make_shell(bool timing = false)
-    {
-        shell::Hooks hooks = shell::simulated::hooks();
-        hooks.after_command = nullptr;
-        return shell::Shell(shell::Settings{timing}, hooks);
+        ShellTest::SetUp();
     }
 
     int once(const std::string &name, const std::vector<std::string> &words, Call &call, bool timing = false)

@@ -14,7 +14,7 @@
 #include "platform/platform.h"
 #include "reports.h"
 #include "script.h"
-#include "sim_fixture.h"
+#include "shell_fixture.h"
 #include "simulated.h"
 
 namespace
@@ -55,22 +55,9 @@ using clitest::Call;
 using shelltest::Json;
 using shelltest::XmlNode;
 
-class Overrides : public clitest::SimTest
+class Overrides : public shelltest::ShellTest
 {
   protected:
-    void SetUp() override
-    {
-        SimTest::SetUp();
-        sim::platform().set_console(stdout);
-    }
-
-    shell::Shell make_shell(bool timing = false)
-    {
-        shell::Hooks hooks = shell::simulated::hooks();
-        hooks.after_command = nullptr;
-        return shell::Shell(shell::Settings{timing}, hooks);
-    }
-
     shell::ScriptRun run_text(const std::string &text, Call *call = nullptr)
     {
         shell::Shell shell = make_shell();

@@ -9,7 +9,7 @@
 #include "core/journal.h"
 #include "platform/platform.h"
 #include "script.h"
-#include "sim_fixture.h"
+#include "shell_fixture.h"
 #include "simulated.h"
 #include "station.h"
 
@@ -18,21 +18,8 @@ namespace
 
 using clitest::Call;
 
-class Scripts : public clitest::SimTest
+class Scripts : public shelltest::ShellTest
 {
-  protected:
-    void SetUp() override
-    {
-        SimTest::SetUp();
-        sim::platform().set_console(stdout);
-    }
-
-    shell::Shell make_shell()
-    {
-        shell::Hooks hooks = shell::simulated::hooks();
-        hooks.after_command = nullptr;
-        return shell::Shell(shell::Settings{}, hooks);
-    }
 };
 
 TEST_F(Scripts, CommentsBlankLinesAndExpectations)

@@ -12,6 +12,7 @@
 
 #include <fstream>
 #include <memory>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -248,6 +249,12 @@ struct ModeRow {
     std::string ack;
     std::string talker;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const ModeRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class GpsSearchMode : public GpsReceiver, public ::testing::WithParamInterface<ModeRow>
 {

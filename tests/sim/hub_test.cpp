@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -274,6 +275,12 @@ struct FaultRow {
     std::optional<int64_t> value;
     Bytes expected; // the first own frame: the box's answer {0x14} from port 5, command 7
 };
+
+// Rows show by name in test listings.
+void PrintTo(const FaultRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class HubFaults : public Hub, public ::testing::WithParamInterface<FaultRow>
 {

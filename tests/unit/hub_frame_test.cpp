@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,12 @@ struct BuildRow {
     Bytes payload;
     Bytes wire; // written out by hand
 };
+
+// Rows show by name in test listings.
+void PrintTo(const BuildRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class HubFrameBuild : public ::testing::TestWithParam<BuildRow>
 {
@@ -101,6 +108,12 @@ struct CheckRow {
     uint16_t expected_port;
     CliHubVerdict verdict;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const CheckRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 Bytes frame_of(uint16_t port, uint8_t command, const Bytes &payload)
 {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,12 @@ struct SplitRow {
     std::string sentence;
     std::vector<std::string> fields; // up to the last non-empty one
 };
+
+// Rows show by name in test listings.
+void PrintTo(const SplitRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class NmeaSplit : public ::testing::TestWithParam<SplitRow>
 {
@@ -144,6 +151,12 @@ struct CommandRow {
     const char *sentence;
 };
 
+// Rows show by name in test listings.
+void PrintTo(const CommandRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
+
 class NmeaCommand : public ::testing::TestWithParam<CommandRow>
 {
 };
@@ -199,6 +212,12 @@ struct FindRow {
     long found_at; // -1: none that counts
 };
 
+// Rows show by name in test listings.
+void PrintTo(const FindRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
+
 class NmeaFind : public ::testing::TestWithParam<FindRow>
 {
 };
@@ -244,6 +263,12 @@ struct ConvertRow {
     std::string shown;                 // the destination afterwards
     std::vector<std::string> messages; // diagnostic lines
 };
+
+// Rows show by name in test listings.
+void PrintTo(const ConvertRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class StringConvert : public ::testing::TestWithParam<ConvertRow>
 {
@@ -309,6 +334,12 @@ struct NumberRow {
     uint32_t number;
 };
 
+// Rows show by name in test listings.
+void PrintTo(const NumberRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
+
 class InfoAnalyseNumber : public ::testing::TestWithParam<NumberRow>
 {
   protected:
@@ -359,6 +390,12 @@ struct PositionRow {
     std::vector<std::string> messages;
     std::string out;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const PositionRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class InfoAnalysePosition : public ::testing::TestWithParam<PositionRow>
 {

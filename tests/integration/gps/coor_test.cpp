@@ -5,6 +5,7 @@
 // another rate, noise, a cold start, a mode above 2, a link that will not open or reopen.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,12 @@ struct CoorRow {
     std::string out;
     std::string err;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const CoorRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 const std::string kIllegalErr = console("CLI_GetGpsCoor", "Data info Analyse failed");
 const Lines kIllegal = {" INFO CLI_InfoAnalyse: Coordinate Info illegal",

@@ -4,6 +4,7 @@
 // of the GPS link takes.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,12 @@ struct ModeRow {
     uint32_t mode;
     const char *talker; // what the receiver calls its sentences afterwards
 };
+
+// Rows show by name in test listings.
+void PrintTo(const ModeRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class SetGpsMode : public GpsTest, public ::testing::WithParamInterface<ModeRow>
 {
@@ -119,6 +126,12 @@ struct RateRow {
     uint32_t rate;
     unsigned line; // what the line runs at afterwards
 };
+
+// Rows show by name in test listings.
+void PrintTo(const RateRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class SetGpsRateOpen : public GpsTest, public ::testing::WithParamInterface<RateRow>
 {

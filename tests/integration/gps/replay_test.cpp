@@ -156,6 +156,12 @@ struct ReplayRow {
     uint32_t mode;
 };
 
+// Rows show by name in test listings.
+void PrintTo(const ReplayRow &row, std::ostream *out)
+{
+    *out << row.log << (row.position ? " position" : " satellites") << " mode " << row.mode;
+}
+
 class Replay : public GpsTest, public ::testing::WithParamInterface<ReplayRow>
 {
 };

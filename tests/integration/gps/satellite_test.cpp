@@ -4,6 +4,7 @@
 // first, its answers included), the six tries, and the failures it shares with the position.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,12 @@ struct SatRow {
     int tries;
     std::string shown; // the result line; empty: the tries run out
 };
+
+// Rows show by name in test listings.
+void PrintTo(const SatRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 const SatRow kSatRows[] = {
     {"GgaBeforeGsv", 0, {designed_block({kGsv, kGga})}, 1, "Location Satellite Num:8"},

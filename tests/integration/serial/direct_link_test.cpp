@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -114,6 +115,12 @@ struct DeviceRow {
     uint32_t rate;
     unsigned line;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const DeviceRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class DirectLinkPerDevice : public LinkTest, public ::testing::WithParamInterface<DeviceRow>
 {
@@ -257,6 +264,12 @@ struct TimeoutRow {
     uint32_t type;
     sim::Nanos wait;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const TimeoutRow &row, std::ostream *out)
+{
+    *out << "link type " << row.type;
+}
 
 class DirectReceiveTimeouts : public DirectReceive, public ::testing::WithParamInterface<TimeoutRow>
 {

@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,12 @@ struct HubDeviceRow {
     uint32_t type;
     uint32_t rate; // the device's own entry
 };
+
+// Rows show by name in test listings.
+void PrintTo(const HubDeviceRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 class HubLinkPerDevice : public HubLink, public ::testing::WithParamInterface<HubDeviceRow>
 {
@@ -399,6 +406,12 @@ struct WrongFrameRow {
     std::vector<std::string> messages; // what the wrong frame makes the receive say
 };
 
+// Rows show by name in test listings.
+void PrintTo(const WrongFrameRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
+
 sim::HubFrame gps_frame(const Bytes &payload)
 {
     sim::HubFrame frame;
@@ -579,6 +592,12 @@ struct HubTimeoutRow {
     uint32_t type;
     sim::Nanos wait;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const HubTimeoutRow &row, std::ostream *out)
+{
+    *out << "link type " << row.type;
+}
 
 class HubReceiveTimeouts : public HubReceive, public ::testing::WithParamInterface<HubTimeoutRow>
 {

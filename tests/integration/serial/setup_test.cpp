@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -97,6 +98,12 @@ struct SpeedRow {
     uint32_t asked;
     unsigned line;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const SpeedRow &row, std::ostream *out)
+{
+    *out << row.asked << " baud";
+}
 
 class SetRsRateSpeeds : public SetRsRate, public ::testing::WithParamInterface<SpeedRow>
 {
@@ -385,6 +392,12 @@ struct ProductRow {
     const char *port1; // null: record left as the shell had it
     const char *port2;
 };
+
+// Rows show by name in test listings.
+void PrintTo(const ProductRow &row, std::ostream *out)
+{
+    *out << "product type " << row.product;
+}
 
 class RsInit : public LinkTest
 {

@@ -17,6 +17,7 @@
 
 #include "clidriver/clidriver.h"
 #include "hub_frame.h"
+#include "link.h"
 #include "nmea.h"
 
 namespace
@@ -47,9 +48,9 @@ constexpr CliGpsMode kGpsModes[] = {
 };
 constexpr uint32_t kGpsModeCount = sizeof kGpsModes / sizeof kGpsModes[0];
 
-/* What one CLI_ComRecv may fill: 1024 bytes, about a second of sentences at 9600 baud, so a
- * block holds at least one whole burst. The block gets a terminating zero after it for the search. */
-constexpr uint32_t kGpsBlockSize = kHubBufferSize;
+/* What one CLI_ComRecv fills (kLinkGpsBlockSize); the block gets a terminating zero after it for
+ * the search. */
+constexpr uint32_t kGpsBlockSize = kLinkGpsBlockSize;
 /* Blocks read before the query gives up; the retries give a cold receiver time to start. */
 constexpr int kGpsTries = 6;
 /* Time the receiver gets between closing the link and opening it again. */
@@ -81,18 +82,6 @@ constexpr CliGpsQuery kCoorQuery = {"CLI_GetGpsCoor", true, kCoorSentences,
 constexpr CliGpsQuery kSatQuery = {"CLI_GetGpsSatellite", false, kSatSentences,
                                    sizeof kSatSentences / sizeof kSatSentences[0]};
 
-/* The shared procedure reports under the name of the command the operator called. */
-#define GPS_INFO(func, fmt, ...) CLI_DIAG_AT(func, __LINE__, CLI_LEVEL_INFO, fmt __VA_OPT__(, ) __VA_ARGS__)
-#define GPS_FAIL(func, fmt, ...)                                                                             \
-    (CLI_DIAG_AT(func, __LINE__, CLI_LEVEL_ERROR, fmt __VA_OPT__(, ) __VA_ARGS__),                           \
-     fprintf(stderr, "[ERROR]:" fmt "\t@[%s %s]\r\n" __VA_OPT__(, ) __VA_ARGS__, kCliSourceFile, func))
-
-/* The hub is fitted exactly when the platform declared it present (flag 1). */
-bool cli_gps_behind_hub(void)
-{
-    return gastComCap.astDev[COM_TYPE_HUB].ulSupport == 1;
-}
-
 /* Closes the link, gives the receiver its time, and opens it again. */
 uint32_t cli_gps_reopen(const char *pcFunction, int *pFd)
 {
@@ -103,7 +92,7 @@ uint32_t cli_gps_reopen(const char *pcFunction, int *pFd)
      * that nobody holds open keeps nothing of what arrives. */
     (void)tcflush(*pFd, TCIOFLUSH);
     if (CLI_ComOpen(COM_TYPE_GPS, pFd) != 0) {
-        GPS_FAIL(pcFunction, "open com fail");
+        CLI_FAIL_AS(pcFunction, "open com fail");
         return 1; /* the descriptor stays as CLI_ComOpen left it */
     }
     return 0;
@@ -118,17 +107,17 @@ uint32_t cli_gps_listen(const CliGpsQuery *pstQuery, uint32_t ulMode, char *pcBl
 {
     const char *const pcFunction = pstQuery->pcFunction;
     if (ulMode >= kGpsModeCount) {
-        GPS_FAIL(pcFunction, "portnum only support (0|1|2)"); /* the words operators know */
+        CLI_FAIL_AS(pcFunction, "portnum only support (0|1|2)"); /* the words operators know */
         return 1;
     }
     int fd = -1;
     if (CLI_ComOpen(COM_TYPE_GPS, &fd) != 0) {
-        GPS_FAIL(pcFunction, "open com fail");
+        CLI_FAIL_AS(pcFunction, "open com fail");
         return 1;
     }
     /* Behind the hub the RFID reader and the ZigBee radio share the line: their channels are
      * closed so that only the receiver's sentences come back. */
-    if (cli_gps_behind_hub()) {
+    if (cli_link_hub_mode()) {
         (void)CLI_ComSend(fd, COM_TYPE_RFID, nullptr, 0, kHubCmdClose);
         (void)CLI_ComSend(fd, COM_TYPE_ZIGBEE, nullptr, 0, kHubCmdClose);
     }
@@ -147,13 +136,13 @@ uint32_t cli_gps_listen(const CliGpsQuery *pstQuery, uint32_t ulMode, char *pcBl
             (void)tcflush(fd, TCIOFLUSH);
         if (CLI_ComRecv(fd, COM_TYPE_GPS, pcBlock, &ulLength) != 0) {
             (void)CLI_ComClose(COM_TYPE_GPS, &fd);
-            GPS_FAIL(pcFunction, "read date fail"); /* operators' scripts match this text as it stands */
+            CLI_FAIL_AS(pcFunction, "read date fail"); /* operators' scripts match this text as it stands */
             return 1;
         }
         if (pstQuery->bFlushEachTry)
-            GPS_INFO(pcFunction, "%s", pcBlock);
+            CLI_INFO_AS(pcFunction, "%s", pcBlock);
         else
-            GPS_INFO(pcFunction, "%d,%s", static_cast<int>(strlen(pcBlock)), pcBlock);
+            CLI_INFO_AS(pcFunction, "%d,%s", static_cast<int>(strlen(pcBlock)), pcBlock);
 
         for (uint32_t ulAt = 0; ulAt < pstQuery->ulSentences; ++ulAt) {
             char acKey[kGpsKeySize];
@@ -168,14 +157,14 @@ uint32_t cli_gps_listen(const CliGpsQuery *pstQuery, uint32_t ulMode, char *pcBl
         }
 
         --lTriesLeft;
-        GPS_INFO(pcFunction, "Left %d chance to try", lTriesLeft);
+        CLI_INFO_AS(pcFunction, "Left %d chance to try", lTriesLeft);
         (void)CLI_SetGpsMode(fd, ulMode);
         if (cli_gps_reopen(pcFunction, &fd) != 0)
             return 1;
     }
     (void)CLI_ComClose(COM_TYPE_GPS, &fd);
     /* The same words for both queries: the usual cause is a receiver set to another rate. */
-    GPS_FAIL(pcFunction, "Get Coordinate failed,please check rate");
+    CLI_FAIL_AS(pcFunction, "Get Coordinate failed,please check rate");
     return 1;
 }
 
@@ -204,7 +193,7 @@ int32_t CLI_SetGpsMode(int fd, uint32_t ulMode)
  * shows as queries that never find a sentence. */
 uint32_t CLI_SetGpsRate(uint32_t ulRate)
 {
-    gastComCap.astDev[COM_TYPE_GPS].ulRate = ulRate;
+    cli_link_set_rate(COM_TYPE_GPS, ulRate);
     return 0;
 }
 

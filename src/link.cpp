@@ -14,6 +14,7 @@
 
 #include "clidriver/clidriver.h"
 #include "hub_frame.h"
+#include "link.h"
 
 /* Zero at load: no line and no device until CLI_RsInit and the platform fill it. */
 CliComCap gastComCap = {};
@@ -37,13 +38,6 @@ constexpr CliLinkDevice kLinkDevices[COM_TYPE_COUNT] = {
 constexpr uint32_t kDevicePresent = 1;
 /* Receive attempts before giving up on finding a frame in what the line delivers. */
 constexpr uint32_t kRecvAttempts = 10;
-/* A GPS receiver wired straight to the line is read in blocks of this size. */
-constexpr uint32_t kGpsBlockSize = kHubBufferSize;
-
-bool cli_hub_mode(void)
-{
-    return gastComCap.astDev[COM_TYPE_HUB].ulSupport == kDevicePresent;
-}
 
 bool cli_present(uint32_t ulType)
 {
@@ -52,15 +46,11 @@ bool cli_present(uint32_t ulType)
 
 /* The receive shapes below report under the name of the operation the caller asked for. */
 constexpr char kRecvFunction[] = "CLI_ComRecv";
-#define RECV_INFO(fmt, ...)                                                                                  \
-    CLI_DIAG_AT(kRecvFunction, __LINE__, CLI_LEVEL_INFO, fmt __VA_OPT__(, ) __VA_ARGS__)
-#define RECV_ERROR(fmt, ...)                                                                                 \
-    CLI_DIAG_AT(kRecvFunction, __LINE__, CLI_LEVEL_ERROR, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 /* A read of the link that failed: the read itself has already said how. */
 uint32_t cli_read_failed(void)
 {
-    RECV_ERROR("read data fail");
+    CLI_ERROR_AS(kRecvFunction, "read data fail");
     return 1;
 }
 
@@ -73,15 +63,15 @@ uint32_t cli_recv_hub(int fd, uint16_t usPort, struct timeval stWait, uint8_t *p
     for (uint32_t ulAttempt = 0; ulAttempt < kRecvAttempts; ++ulAttempt) {
         if (CLI_Treadn(fd, 1, stWait, aucFrame) != 0)
             return cli_read_failed();
-        RECV_INFO("head 0x%x", aucFrame[0]);
+        CLI_INFO_AS(kRecvFunction, "head 0x%x", aucFrame[0]);
         if (aucFrame[0] != kHubHead)
             continue;
         if (CLI_Treadn(fd, 2, stWait, aucFrame + kHubOffLength) != 0)
             return cli_read_failed();
         const uint32_t ulLength = cli_hub_length(aucFrame);
-        RECV_INFO("len %u(0x%x)", ulLength, ulLength);
+        CLI_INFO_AS(kRecvFunction, "len %u(0x%x)", ulLength, ulLength);
         if (!cli_hub_length_fits(ulLength)) {
-            RECV_ERROR("len %u out of range", ulLength);
+            CLI_ERROR_AS(kRecvFunction, "len %u out of range", ulLength);
             continue;
         }
         if (CLI_Treadn(fd, static_cast<int32_t>(ulLength + 2), stWait, aucFrame + kHubOffKind) != 0)
@@ -93,13 +83,13 @@ uint32_t cli_recv_hub(int fd, uint16_t usPort, struct timeval stWait, uint8_t *p
             return 0;
         case CLI_HUB_FRAME_NOT_HUB:
             /* operators' scripts match this text as it stands */
-            RECV_ERROR("date type %d not hub", aucFrame[kHubOffKind]);
+            CLI_ERROR_AS(kRecvFunction, "date type %d not hub", aucFrame[kHubOffKind]);
             break;
         case CLI_HUB_FRAME_PORT:
-            RECV_INFO("data port %d unmatch", static_cast<int>(cli_hub_port(aucFrame)));
+            CLI_INFO_AS(kRecvFunction, "data port %d unmatch", static_cast<int>(cli_hub_port(aucFrame)));
             break;
         case CLI_HUB_FRAME_CHECKSUM:
-            RECV_ERROR("checksum error");
+            CLI_ERROR_AS(kRecvFunction, "checksum error");
             break;
         case CLI_HUB_FRAME_LENGTH:
             break; /* the length was checked before reading on */
@@ -121,7 +111,7 @@ uint32_t cli_recv_rfid(int fd, struct timeval stWait, uint8_t *pucOut, uint32_t 
             return cli_read_failed();
         const uint32_t ulTotal = (static_cast<uint32_t>(aucFrame[2]) << 8) | aucFrame[3];
         if (!cli_rfid_length_fits(ulTotal, sizeof aucFrame)) {
-            RECV_ERROR("len %u out of range", ulTotal);
+            CLI_ERROR_AS(kRecvFunction, "len %u out of range", ulTotal);
             continue;
         }
         if (CLI_Treadn(fd, static_cast<int32_t>(ulTotal - kRfidHeaderSize), stWait,
@@ -147,7 +137,7 @@ uint32_t cli_recv_zigbee(int fd, struct timeval stWait, uint8_t *pucOut, uint32_
             return cli_read_failed();
         const uint32_t ulCount = aucFrame[2];
         if (!cli_zigbee_length_fits(ulCount, sizeof aucFrame)) {
-            RECV_ERROR("len %u out of range", ulCount);
+            CLI_ERROR_AS(kRecvFunction, "len %u out of range", ulCount);
             continue;
         }
         if (CLI_Treadn(fd, static_cast<int32_t>(ulCount + 1), stWait, aucFrame + kZigbeeHeaderSize) != 0)
@@ -160,6 +150,40 @@ uint32_t cli_recv_zigbee(int fd, struct timeval stWait, uint8_t *pucOut, uint32_
 }
 
 } // namespace
+
+bool cli_link_hub_mode(void)
+{
+    return cli_present(COM_TYPE_HUB);
+}
+
+const char *cli_link_line(void)
+{
+    return gastComCap.pcDevPath;
+}
+
+void cli_link_set_line(const char *pcPath)
+{
+    gastComCap.pcDevPath = pcPath;
+}
+
+void cli_link_declare(uint32_t ulType, uint32_t ulRate)
+{
+    if (ulType >= COM_TYPE_COUNT)
+        return;
+    gastComCap.astDev[ulType].ulSupport = kDevicePresent;
+    gastComCap.astDev[ulType].ulRate = ulRate;
+}
+
+void cli_link_set_rate(uint32_t ulType, uint32_t ulRate)
+{
+    if (ulType < COM_TYPE_COUNT)
+        gastComCap.astDev[ulType].ulRate = ulRate;
+}
+
+CliComDevCap cli_link_device(uint32_t ulType)
+{
+    return ulType < COM_TYPE_COUNT ? gastComCap.astDev[ulType] : CliComDevCap{0, 0};
+}
 
 uint32_t CLI_ComOpen(uint32_t ulType, int *pFd)
 {
@@ -182,12 +206,12 @@ uint32_t CLI_ComOpen(uint32_t ulType, int *pFd)
     /* The line runs at the hub's speed when there is one; the device's own speed is told to the
      * hub below. */
     const uint32_t ulLineRate =
-        cli_hub_mode() ? gastComCap.astDev[COM_TYPE_HUB].ulRate : gastComCap.astDev[ulType].ulRate;
+        cli_link_hub_mode() ? gastComCap.astDev[COM_TYPE_HUB].ulRate : gastComCap.astDev[ulType].ulRate;
     if (CLI_SetRsRate(fd, ulLineRate) != 0) {
         CLI_CALL_FAILED("CLI_SetRsRate");
         return 1; /* the descriptor stays open in *pFd: the caller still holds the line */
     }
-    if (!cli_hub_mode())
+    if (!cli_link_hub_mode())
         return 0;
 
     /* The hub routes nothing to a channel it has not opened, and runs the device's UART at the
@@ -215,7 +239,7 @@ uint32_t CLI_ComClose(uint32_t ulType, int *pFd)
         CLI_ERROR("null fd pointer");
         return 0;
     }
-    if (cli_hub_mode() && CLI_ComSend(*pFd, ulType, nullptr, 0, kHubCmdClose) != 0)
+    if (cli_link_hub_mode() && CLI_ComSend(*pFd, ulType, nullptr, 0, kHubCmdClose) != 0)
         CLI_FAIL("open Com fail"); /* operators' scripts match this text as it stands */
     close(*pFd);
     /* The number may be handed out again at once; a second close through the same record must
@@ -230,7 +254,7 @@ uint32_t CLI_ComSend(int fd, uint32_t ulType, const void *pvData, uint32_t ulLen
         CLI_ERROR("unknow data type");
         return 1;
     }
-    if (!cli_hub_mode()) {
+    if (!cli_link_hub_mode()) {
         /* A short or failed write shows as a missing answer; the callers' receive reports it. */
         const ssize_t lWritten = write(fd, pvData, ulLen);
         (void)lWritten;
@@ -265,15 +289,15 @@ uint32_t CLI_ComRecv(int fd, uint32_t ulType, void *pvOut, uint32_t *pulOutLen)
     }
     uint8_t *const pucOut = static_cast<uint8_t *>(pvOut);
     const struct timeval stWait = {kLinkDevices[ulType].lTimeoutSeconds, 0};
-    if (cli_hub_mode())
+    if (cli_link_hub_mode())
         return cli_recv_hub(fd, kLinkDevices[ulType].usPort, stWait, pucOut, pulOutLen);
 
     /* Straight on the line only one device can answer; the first present one, in this order,
      * says how its bytes are framed, whatever type the caller named. */
     if (cli_present(COM_TYPE_GPS)) {
-        if (CLI_Treadn(fd, kGpsBlockSize, stWait, pucOut) != 0)
+        if (CLI_Treadn(fd, kLinkGpsBlockSize, stWait, pucOut) != 0)
             return cli_read_failed();
-        *pulOutLen = kGpsBlockSize;
+        *pulOutLen = kLinkGpsBlockSize;
         return 0;
     }
     if (cli_present(COM_TYPE_RFID))

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "clidriver/clidriver.h"
+#include "link.h"
 #include "product.h"
 
 namespace
@@ -167,17 +168,18 @@ uint32_t CLI_RsInit(CliSerialPort *pstPorts)
         break;
     }
 
-    if (gastComCap.pcDevPath != nullptr)
-        CLI_INFO("Com: %s", gastComCap.pcDevPath);
+    if (cli_link_line() != nullptr)
+        CLI_INFO("Com: %s", cli_link_line());
     /* Every camera of the family carries the GPS receiver straight on the link; the hub, RFID
      * reader and ZigBee radio are declared by the platform that fits them. */
-    gastComCap.pcDevPath = kLinkPort;
-    gastComCap.astDev[COM_TYPE_GPS].ulSupport = 1;
-    gastComCap.astDev[COM_TYPE_GPS].ulRate = kGpsDefaultRate;
-    CLI_INFO("Cap: HUB[%u][%u] GPS[%u][%u] RFID[%u][%u] ZigBee[%u][%u]",
-             gastComCap.astDev[COM_TYPE_HUB].ulSupport, gastComCap.astDev[COM_TYPE_HUB].ulRate,
-             gastComCap.astDev[COM_TYPE_GPS].ulSupport, gastComCap.astDev[COM_TYPE_GPS].ulRate,
-             gastComCap.astDev[COM_TYPE_RFID].ulSupport, gastComCap.astDev[COM_TYPE_RFID].ulRate,
-             gastComCap.astDev[COM_TYPE_ZIGBEE].ulSupport, gastComCap.astDev[COM_TYPE_ZIGBEE].ulRate);
+    cli_link_set_line(kLinkPort);
+    cli_link_declare(COM_TYPE_GPS, kGpsDefaultRate);
+    const CliComDevCap stHub = cli_link_device(COM_TYPE_HUB);
+    const CliComDevCap stGps = cli_link_device(COM_TYPE_GPS);
+    const CliComDevCap stRfid = cli_link_device(COM_TYPE_RFID);
+    const CliComDevCap stZigbee = cli_link_device(COM_TYPE_ZIGBEE);
+    CLI_INFO("Cap: HUB[%u][%u] GPS[%u][%u] RFID[%u][%u] ZigBee[%u][%u]", stHub.ulSupport, stHub.ulRate,
+             stGps.ulSupport, stGps.ulRate, stRfid.ulSupport, stRfid.ulRate, stZigbee.ulSupport,
+             stZigbee.ulRate);
     return 0;
 }

@@ -9,21 +9,11 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "clidriver/clidriver.h"
-
-/* The GPIO driver: it owns the I2C bus of the expanders and knows the chip identity. */
-static constexpr char kGpioDevice[] = "/dev/gpioDev";
-static constexpr unsigned long kPca9555Check = 0x4008; /* the driver probes the PCA9555 itself */
-static constexpr unsigned long kPca9534Check = 0x4009; /* probes the PCA9534 whose index is the argument */
-static constexpr unsigned long kChipIdGet = 0x6001;    /* fills one 32-bit word with the chip id */
-
-/* The network driver, which reads and writes the PHY's registers over MDIO. */
-static constexpr char kNetUserDevice[] = "/dev/NetUsrDrv";
-static constexpr unsigned long kPhyRegisterRead = 0x1920;  /* fills the value word of the record */
-static constexpr unsigned long kPhyRegisterWrite = 0x1921; /* writes the value word to the register */
+#include "device.h"
+#include "devices.h"
 
 /* The pattern written into the PHY register under test: mixed ones and zeros in both bytes, so a
  * register that keeps only some bits, or none, reads back something else. */
@@ -53,13 +43,6 @@ struct CliPhyAccess {
     uint32_t ulValue; /* filled by a read, taken by a write */
 };
 
-/* Closes a device and hands back the status word, so a failure reads as one return. */
-static uint32_t cli_close_with(int fd, uint32_t ulStatus)
-{
-    close(fd);
-    return ulStatus;
-}
-
 /* A right shift by the low byte of the count, as the ARM core shifts: a count of 32 or more
  * leaves only the sign. Signed values shift arithmetically. */
 static int32_t cli_shift_right(int32_t lValue, int32_t lShift)
@@ -70,26 +53,31 @@ static int32_t cli_shift_right(int32_t lValue, int32_t lShift)
     return lValue >> ulCount;
 }
 
+/* The expander checks pass their argument by value: none for the PCA9555, the index for the
+ * PCA9534. */
+static uint32_t cli_check_expander(const char *pcFunction, unsigned long ulRequest, unsigned long ulArgument)
+{
+    CliDevice stDevice;
+    if (!cli_device_open(&stDevice, pcFunction, kGpioDevice, O_RDWR))
+        return 1;
+    if (cli_device_request_value(&stDevice, ulRequest, ulArgument) < 0)
+        return cli_device_failed(&stDevice, ulRequest);
+    cli_device_close(&stDevice);
+    return 0;
+}
+
 uint32_t COM_Chipcheck_PCA9555(void)
 {
-    const int fd = open(kGpioDevice, O_RDWR);
-    if (fd < 0)
-        return CLI_OPEN_FAILED(kGpioDevice);
-    if (ioctl(fd, kPca9555Check, 0) < 0)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kPca9555Check));
-    close(fd);
+    if (cli_check_expander(__func__, kPca9555Check, 0) != 0)
+        return 1;
     CLI_RESULT("PCA9555 chipcheck test............ok");
     return 0;
 }
 
 uint32_t COM_Chipcheck_PCA9534(uint32_t ulIndex)
 {
-    const int fd = open(kGpioDevice, O_RDWR);
-    if (fd < 0)
-        return CLI_OPEN_FAILED(kGpioDevice);
-    if (ioctl(fd, kPca9534Check, static_cast<unsigned long>(ulIndex)) < 0)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kPca9534Check));
-    close(fd);
+    if (cli_check_expander(__func__, kPca9534Check, ulIndex) != 0)
+        return 1;
     CLI_RESULT("PCA9534[%u] chipcheck test............ok", ulIndex);
     return 0;
 }
@@ -100,26 +88,29 @@ uint32_t COM_Chipcheck_PCA9534(uint32_t ulIndex)
  * driver reports a failed MDIO access as -1; any other result is a completed access. */
 uint32_t COM_Chipcheck_Phy(uint32_t ulRegister, int32_t lShift)
 {
-    const int fd = open(kNetUserDevice, O_RDWR);
-    if (fd < 0)
-        return CLI_OPEN_FAILED(kNetUserDevice);
+    CliDevice stDevice;
+    if (!CLI_DEVICE_OPEN(&stDevice, kNetUserDevice, O_RDWR))
+        return 1;
 
+    /* Read, write the pattern, read it back, restore: each access fails only with -1. */
     CliPhyAccess stAccess = {0, ulRegister, 0};
-    if (ioctl(fd, kPhyRegisterRead, &stAccess) == -1)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kPhyRegisterRead));
+    if (cli_request_failed(cli_device_request(&stDevice, kPhyRegisterRead, &stAccess), CLI_REQUEST_MINUS_ONE))
+        return cli_device_failed(&stDevice, kPhyRegisterRead);
     const uint32_t ulSaved = stAccess.ulValue;
 
     stAccess.ulValue = static_cast<uint32_t>(kPhyTestValue);
-    if (ioctl(fd, kPhyRegisterWrite, &stAccess) == -1)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kPhyRegisterWrite));
-    if (ioctl(fd, kPhyRegisterRead, &stAccess) == -1)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kPhyRegisterRead));
+    if (cli_request_failed(cli_device_request(&stDevice, kPhyRegisterWrite, &stAccess),
+                           CLI_REQUEST_MINUS_ONE))
+        return cli_device_failed(&stDevice, kPhyRegisterWrite);
+    if (cli_request_failed(cli_device_request(&stDevice, kPhyRegisterRead, &stAccess), CLI_REQUEST_MINUS_ONE))
+        return cli_device_failed(&stDevice, kPhyRegisterRead);
     const int32_t lCheckVal = static_cast<int32_t>(stAccess.ulValue);
 
     stAccess.ulValue = ulSaved;
-    if (ioctl(fd, kPhyRegisterWrite, &stAccess) == -1)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kPhyRegisterWrite));
-    close(fd);
+    if (cli_request_failed(cli_device_request(&stDevice, kPhyRegisterWrite, &stAccess),
+                           CLI_REQUEST_MINUS_ONE))
+        return cli_device_failed(&stDevice, kPhyRegisterWrite);
+    cli_device_close(&stDevice);
 
     const int32_t lExpected = cli_shift_right(kPhyTestValue, lShift);
     const int32_t lSeen = cli_shift_right(lCheckVal, lShift);
@@ -176,13 +167,9 @@ uint32_t CLI_ChipCheckUsbDevice(uint32_t ulUsbType)
  * a number for the operator to look up. */
 uint32_t CLI_GetCpuInfo(void)
 {
-    const int fd = open(kGpioDevice, O_RDWR);
-    if (fd < 0)
-        return CLI_OPEN_FAILED(kGpioDevice);
     uint32_t ulChipId = 0;
-    if (ioctl(fd, kChipIdGet, &ulChipId) < 0)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kChipIdGet));
-    close(fd);
+    if (CLI_DEVICE_QUERY(kGpioDevice, O_RDWR, kChipIdGet, &ulChipId, CLI_REQUEST_NEGATIVE_FAILS) != 0)
+        return 1;
 
     if (ulChipId == kChipIdHi3516A)
         CLI_RESULT("cpu chipid:HI3516A");

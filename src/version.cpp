@@ -10,10 +10,11 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "clidriver/clidriver.h"
+#include "device.h"
+#include "devices.h"
 #include "product.h"
 
 /* Written at the factory; its first line is the software version string, and what follows the
@@ -23,14 +24,8 @@ static constexpr char kSoftwareVersionFile[] = "/program/factory/version";
 /* Written by the EPON module's daemon: "key=value" lines, one of them "releasever". */
 static constexpr char kEponInfoFile[] = "/tmp/epon_dev_info";
 
-/* The CPLD driver; its version request fills one 32-bit word with the CPLD's version number. */
-static constexpr char kCpldDevice[] = "/dev/cpld_drv";
-static constexpr unsigned long kCpldVersionGet = 0x1950; /* fills the word with the CPLD version */
-
-/* The network driver; its uplink request fills one 32-bit word with the kind of uplink fitted. */
-static constexpr char kNetUserDevice[] = "/dev/NetUsrDrv";
-static constexpr unsigned long kNetUserInterfaceGet = 0x1923; /* fills the word with the uplink type */
-static constexpr uint32_t kUplinkEpon = 2;                    /* the uplink type of a fibre unit */
+/* The uplink type of a fibre unit, as the network driver reports it. */
+static constexpr uint32_t kUplinkEpon = 2;
 
 /* The request's name as the driver header spells it. A failed uplink request is reported with the
  * address of this text where the request number would go (see CLI_GetInterfaceVersion). */
@@ -41,13 +36,6 @@ static constexpr char kNetUserInterfaceGetName[] = "DEV_NET_USER_INTERFACE_GET";
 static constexpr int kEponLineSize = 40;
 static constexpr char kEponReleaseKey[] = "releasever";
 static constexpr size_t kEponReleaseColumn = 11; /* after the key's ten letters and one separator */
-
-/* Closes a device and hands back the status word, so a failure reads as one return. */
-static uint32_t cli_close_with(int fd, uint32_t ulStatus)
-{
-    close(fd);
-    return ulStatus;
-}
 
 /* Zero at load: the product type reads 0 until CLI_GetProductAllVersion has run. */
 CliProductRecord g_stCliProduct = {};
@@ -89,14 +77,9 @@ uint32_t CLI_GetEncodeVersion(void)
 
 uint32_t Cli_GetVersion_CPLD(void)
 {
-    const int fd = open(kCpldDevice, O_RDWR);
-    if (fd < 0)
-        return CLI_OPEN_FAILED(kCpldDevice);
-
     uint32_t ulVersion = 0;
-    if (ioctl(fd, kCpldVersionGet, &ulVersion) < 0)
-        return cli_close_with(fd, CLI_IOCTL_FAILED(kCpldVersionGet));
-    close(fd);
+    if (CLI_DEVICE_QUERY(kCpldDevice, O_RDWR, kCpldVersionGet, &ulVersion, CLI_REQUEST_NEGATIVE_FAILS) != 0)
+        return 1;
     /* Three digits at least: the work order lists CPLD 7 as 007. */
     CLI_RESULT("CPLD                : %03u", ulVersion);
     return 0;
@@ -132,14 +115,16 @@ uint32_t COM_GetVersion_Epon(void)
 /* Only a fibre unit has anything to report about its uplink; a copper unit stays silent. */
 uint32_t CLI_GetInterfaceVersion(void)
 {
+    /* This driver is missing on models without a managed uplink: its own wording, no console line. */
     const int fd = open(kNetUserDevice, O_RDWR);
     if (fd < 0) {
         CLI_ERROR("open %s fail, May not support", kNetUserDevice);
         return 1;
     }
+    CliDevice stDevice = {__func__, kNetUserDevice, fd};
 
     uint32_t ulType = 0;
-    if (ioctl(fd, kNetUserInterfaceGet, &ulType) < 0) {
+    if (cli_device_request(&stDevice, kNetUserInterfaceGet, &ulType) < 0) {
         /* The line carries the address of the request's name rather than the request number, as
          * operators' logs of this failure have always shown a meaningless number here. The
          * address is handed over as the unsigned word the placeholder reads, so the conversion is
@@ -147,9 +132,10 @@ uint32_t CLI_GetInterfaceVersion(void)
         const unsigned ulShown = static_cast<unsigned>(reinterpret_cast<uintptr_t>(kNetUserInterfaceGetName));
         CLI_ERROR("ioctl cmd[%x] failed", ulShown);
         CLI_CONSOLE("ioctl cmd[%#x]", ulShown);
-        return cli_close_with(fd, 1);
+        cli_device_close(&stDevice);
+        return 1;
     }
-    close(fd);
+    cli_device_close(&stDevice);
     if (ulType != kUplinkEpon)
         return 0;
     return COM_GetVersion_Epon() != 0 ? 1u : 0u;

@@ -156,6 +156,38 @@ TEST_F(ReportShapes, IoctlFailureShowsTheRequestPlainThenWithItsPrefix)
     EXPECT_NE(printed()[0].find("--[ERROR]ioctl cmd[80046b0c] failed\n"), std::string::npos);
 }
 
+// A procedure shared by several commands reports under the command the operator called.
+TEST_F(ReportShapes, LinesReportedUnderAnotherFunctionNameThatFunctionEverywhere)
+{
+    const auto io = capture_output([] {
+        CLI_INFO_AS("CLI_GetGpsCoor", "Left %d chance to try", 5);
+        CLI_FAIL_AS("CLI_GetGpsSatellite", "open com fail");
+        CLI_CALL_FAILED_AS("CLI_ComOpen", "CLI_SetRsRate");
+        CLI_RESULT_AS("CLI_GetZigbeeVersion", " Software: %s", "1.2");
+        CLI_OPEN_FAILED_AS("CLI_GetMotorStatus", "/dev/motor");
+        CLI_IOCTL_FAILED_AS("CLI_GetPirStatus", 0x5006UL);
+    });
+    EXPECT_EQ(io.out, " Software: 1.2\r\n");
+    EXPECT_EQ(io.err, "[ERROR]:open com fail\t@[src/cli_libfun.cpp CLI_GetGpsSatellite]\r\n"
+                      "[src/cli_libfun.cpp CLI_ComOpen]: CLI_SetRsRate call failed\r\n"
+                      "[ERROR]:Open file /dev/motor error\t@[src/cli_libfun.cpp CLI_GetMotorStatus]\r\n"
+                      "[ERROR]:ioctl cmd[0x5006]\t@[src/cli_libfun.cpp CLI_GetPirStatus]\r\n");
+    const std::vector<std::string> tails = {"@fun:CLI_GetGpsCoor",     "@fun:CLI_GetGpsSatellite",
+                                            "@fun:CLI_ComOpen",        "@fun:CLI_GetZigbeeVersion",
+                                            "@fun:CLI_GetMotorStatus", "@fun:CLI_GetPirStatus"};
+    const std::vector<std::string> messages = {"--[ INFO]Left 5 chance to try\n",
+                                               "--[ERROR]open com fail\n",
+                                               "--[ERROR]Function CLI_SetRsRate call failed\n",
+                                               "--[ INFO] Software: 1.2\n",
+                                               "--[ERROR]Open file /dev/motor error\n",
+                                               "--[ERROR]ioctl cmd[5006] failed\n"};
+    ASSERT_EQ(printed().size(), tails.size());
+    for (size_t i = 0; i < tails.size(); ++i) {
+        EXPECT_NE(printed()[i].find(tails[i]), std::string::npos) << printed()[i];
+        EXPECT_EQ(printed()[i].substr(printed()[i].size() - messages[i].size()), messages[i]) << printed()[i];
+    }
+}
+
 TEST_F(ReportShapes, SignalHandlerSetsTheTimeOutFlagAndLeavesItSet)
 {
     gulCliTimeOut = 0;

@@ -22,47 +22,24 @@ constexpr std::pair<std::string_view, HubFault> kFaults[] = {
     {"long_length", HubFault::LongLength}, {"truncate", HubFault::Truncate},
 };
 
-std::optional<std::vector<uint8_t>> bytes_or_text(const Section &section, const std::string &key)
-{
-    if (auto bytes = section.bytes(key))
-        return bytes;
-    if (auto text = section.string(key + "_text"))
-        return std::vector<uint8_t>(text->begin(), text->end());
-    return std::nullopt;
-}
-
-int64_t in_range(const Section &section, std::string_view key, int64_t value, int64_t low, int64_t high)
-{
-    if (value < low || value > high)
-        section.fail(key, "expected " + std::to_string(low) + ".." + std::to_string(high));
-    return value;
-}
-
-std::optional<int64_t> ranged(const Section &section, std::string_view key, int64_t low, int64_t high)
-{
-    if (auto value = section.integer(key))
-        return in_range(section, key, *value, low, high);
-    return std::nullopt;
-}
-
 HubFrame read_frame(const Section &frame)
 {
     frame.only({"at_ms", "head", "length", "kind", "port", "command", "payload", "payload_text", "checksum",
                 "truncate"});
     HubFrame result;
-    result.head = static_cast<uint8_t>(ranged(frame, "head", 0, 255).value_or(0xFE));
-    if (auto length = ranged(frame, "length", 0, 0xFFFF))
+    result.head = static_cast<uint8_t>(frame.integer_in("head", 0, 255).value_or(0xFE));
+    if (auto length = frame.integer_in("length", 0, 0xFFFF))
         result.length = static_cast<uint16_t>(*length);
-    result.kind = static_cast<uint8_t>(ranged(frame, "kind", 0, 255).value_or(0x01));
-    const auto port = ranged(frame, "port", 0, 0xFFFF);
+    result.kind = static_cast<uint8_t>(frame.integer_in("kind", 0, 255).value_or(0x01));
+    const auto port = frame.integer_in("port", 0, 0xFFFF);
     if (!port)
         frame.fail("port", "a frame needs the port it comes from");
     result.port = static_cast<uint16_t>(*port);
-    result.command = static_cast<uint8_t>(ranged(frame, "command", 0, 255).value_or(kHubPass));
-    result.payload = bytes_or_text(frame, "payload").value_or(std::vector<uint8_t>{});
-    if (auto checksum = ranged(frame, "checksum", 0, 0xFFFF))
+    result.command = static_cast<uint8_t>(frame.integer_in("command", 0, 255).value_or(kHubPass));
+    result.payload = frame.bytes_or_text("payload").value_or(std::vector<uint8_t>{});
+    if (auto checksum = frame.integer_in("checksum", 0, 0xFFFF))
         result.checksum = static_cast<uint16_t>(*checksum);
-    if (auto truncate = ranged(frame, "truncate", 0, 0xFFFF + 9))
+    if (auto truncate = frame.integer_in("truncate", 0, 0xFFFF + 9))
         result.truncate = static_cast<size_t>(*truncate);
     return result;
 }
@@ -76,16 +53,16 @@ MakePeer load_hub_peer(const Section &port)
                "fault", "frame"});
     const bool silent = port.boolean("silent").value_or(false);
     const bool ack = port.boolean("ack").value_or(false);
-    const Nanos ack_delay = static_cast<Nanos>(port.number("ack_delay_ms").value_or(0) * kMillisecond);
+    const Nanos ack_delay = port.milliseconds("ack_delay_ms").value_or(0);
     const std::vector<uint8_t> ack_payload =
-        bytes_or_text(port, "ack_payload").value_or(std::vector<uint8_t>{});
+        port.bytes_or_text("ack_payload").value_or(std::vector<uint8_t>{});
     std::optional<uint16_t> ack_port;
-    if (auto value = ranged(port, "ack_port", 0, 0xFFFF))
+    if (auto value = port.integer_in("ack_port", 0, 0xFFFF))
         ack_port = static_cast<uint16_t>(*value);
     std::optional<uint8_t> box_temperature;
-    if (auto value = ranged(port, "box_temperature", 0, 255))
+    if (auto value = port.integer_in("box_temperature", 0, 255))
         box_temperature = static_cast<uint8_t>(*value);
-    const size_t max_payload = static_cast<size_t>(ranged(port, "max_payload", 1, 0xFFFF).value_or(1015));
+    const size_t max_payload = static_cast<size_t>(port.integer_in("max_payload", 1, 0xFFFF).value_or(1015));
 
     std::vector<std::pair<uint16_t, MakePeer>> devices;
     for (const auto &[name, number] : kDevicePorts) {
@@ -125,8 +102,7 @@ MakePeer load_hub_peer(const Section &port)
 
     std::vector<std::pair<Nanos, HubFrame>> frames;
     for (const Section &frame : port.tables("frame"))
-        frames.emplace_back(static_cast<Nanos>(frame.number("at_ms").value_or(0) * kMillisecond),
-                            read_frame(frame));
+        frames.emplace_back(frame.milliseconds("at_ms").value_or(0), read_frame(frame));
 
     return [=]() -> std::unique_ptr<Peer> {
         auto hub = std::make_unique<HubPeer>();

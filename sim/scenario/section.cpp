@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 
 #include "scenario/scenario.h"
 
@@ -40,7 +42,7 @@ const toml::node *Section::node(std::string_view key) const
     return table_->get(key);
 }
 
-void Section::only(std::initializer_list<std::string_view> allowed) const
+void Section::only(const std::vector<std::string_view> &allowed) const
 {
     for (const auto &[key, value] : *table_) {
         bool known = false;
@@ -143,6 +145,38 @@ std::optional<std::vector<uint8_t>> Section::bytes(std::string_view key) const
     return result;
 }
 
+std::optional<std::vector<uint8_t>> Section::bytes_or_text(std::string_view key) const
+{
+    const std::string text_key = std::string(key) + "_text";
+    auto bytes = this->bytes(key);
+    auto text = string(text_key);
+    if (bytes && text)
+        fail(text_key, "give " + std::string(key) + " or " + text_key + ", not both");
+    if (text)
+        return std::vector<uint8_t>(text->begin(), text->end());
+    return bytes;
+}
+
+std::optional<int64_t> Section::integer_in(std::string_view key, int64_t low, int64_t high) const
+{
+    const auto value = integer(key);
+    if (value && (*value < low || *value > high))
+        fail(key, "expected " + std::to_string(low) + ".." + std::to_string(high));
+    return value;
+}
+
+std::optional<Nanos> Section::milliseconds(std::string_view key) const
+{
+    const auto value = number(key);
+    if (!value)
+        return std::nullopt;
+    // Beyond a year of simulated time a number of milliseconds is a slip of the keyboard.
+    constexpr double kLongestMs = 365.0 * 24 * 3600 * 1000;
+    if (*value < 0 || *value > kLongestMs)
+        fail(key, "expected a time in milliseconds, 0 or more");
+    return static_cast<Nanos>(*value * kMillisecond);
+}
+
 std::optional<int> Section::error_number(std::string_view key) const
 {
     const toml::node *value = node(key);
@@ -193,6 +227,49 @@ std::optional<std::string> Section::file_path(std::string_view key) const
     if (!relative || relative->empty() || (*relative)[0] == '/')
         return relative;
     return base_dir_ + "/" + *relative;
+}
+
+namespace
+{
+
+// Whether `path` can be read as a file: a folder opens fine as a stream, then reads as empty.
+bool readable(const std::string &path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && std::ifstream(path).good();
+}
+
+} // namespace
+
+std::optional<std::string> Section::readable_file(std::string_view key) const
+{
+    auto path = file_path(key);
+    if (path && !readable(*path))
+        fail(key, "cannot read " + *path);
+    return path;
+}
+
+std::optional<std::string> Section::file_text(std::string_view key) const
+{
+    auto path = readable_file(key);
+    if (!path)
+        return std::nullopt;
+    auto text = read_file(*path);
+    if (!text)
+        fail(key, "cannot read " + *path);
+    return text;
+}
+
+std::optional<std::string> read_file(const std::string &path)
+{
+    if (!readable(path))
+        return std::nullopt;
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    if (file.bad())
+        return std::nullopt;
+    return text.str();
 }
 
 std::optional<int> errno_from_name(std::string_view name)

@@ -562,6 +562,12 @@ const Mistake kMistakes[] = {
     {"rule without its bytes",
      "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\n\n[[ports.\"/dev/ttyS1\".rule]]\nanswer_text = \"x\"\n",
      "bad.toml:4: ports./dev/ttyS1.rule[0].when: a rule needs the bytes it answers (when or when_text)"},
+    {"rule with its bytes given twice",
+     "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\n[[ports.\"/dev/ttyS1\".rule]]\nwhen = \"01\"\nwhen_text = "
+     "\"a\"\n",
+     "bad.toml:5: ports./dev/ttyS1.rule[0].when_text: give when or when_text, not both"},
+    {"time before boot", "[wifi]\nfirst_arrival_ms = -5\n",
+     "bad.toml:2: wifi.first_arrival_ms: expected a time in milliseconds, 0 or more"},
     {"request without number", "[[devices.\"/dev/cpld_drv\".request]]\nsize = 4\n",
      "bad.toml:1: devices./dev/cpld_drv.request[0].number: every request needs its number"},
     {"second request without number",

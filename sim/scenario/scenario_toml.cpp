@@ -92,9 +92,7 @@ void read_files(const Section &files, Scenario &scenario)
         [&](const std::string &path, const Section &entry) {
             entry.only({"content", "from", "absent", "open_errno"});
             FileScript file;
-            file.content = entry.string("content");
-            if (auto from = entry.file_text("from"))
-                file.content = *from;
+            file.content = entry.text_or_file("content", "from");
             if (entry.boolean("absent").value_or(false))
                 file.content.reset();
             file.open_errno = entry.error_number("open_errno").value_or(0);
@@ -112,9 +110,7 @@ void read_commands(const Section &commands, Scenario &scenario)
         [&](const std::string &command, const Section &entry) {
             entry.only({"output", "from", "status", "fail"});
             CommandScript script;
-            script.output = entry.string("output").value_or("");
-            if (auto from = entry.file_text("from"))
-                script.output = *from;
+            script.output = entry.text_or_file("output", "from").value_or("");
             script.exit_status = static_cast<int>(entry.integer("status").value_or(0));
             script.popen_errno = entry.error_number("fail").value_or(0);
             scenario.commands[command] = script;

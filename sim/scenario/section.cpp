@@ -57,44 +57,36 @@ void Section::only(const std::vector<std::string_view> &allowed) const
     }
 }
 
-std::optional<int64_t> Section::integer(std::string_view key) const
+template <typename T>
+std::optional<T> Section::scalar(std::string_view key, bool (toml::node::*is)() const noexcept,
+                                 const char *expected) const
 {
     const toml::node *value = node(key);
     if (value == nullptr)
         return std::nullopt;
-    if (!value->is_integer())
-        fail_at(*value, key, "expected an integer");
-    return value->value<int64_t>();
+    if (!(value->*is)())
+        fail_at(*value, key, expected);
+    return value->value<T>();
+}
+
+std::optional<int64_t> Section::integer(std::string_view key) const
+{
+    return scalar<int64_t>(key, &toml::node::is_integer, "expected an integer");
 }
 
 std::optional<double> Section::number(std::string_view key) const
 {
-    const toml::node *value = node(key);
-    if (value == nullptr)
-        return std::nullopt;
-    if (!value->is_number())
-        fail_at(*value, key, "expected a number");
-    return value->value<double>();
+    return scalar<double>(key, &toml::node::is_number, "expected a number");
 }
 
 std::optional<std::string> Section::string(std::string_view key) const
 {
-    const toml::node *value = node(key);
-    if (value == nullptr)
-        return std::nullopt;
-    if (!value->is_string())
-        fail_at(*value, key, "expected a string");
-    return value->value<std::string>();
+    return scalar<std::string>(key, &toml::node::is_string, "expected a string");
 }
 
 std::optional<bool> Section::boolean(std::string_view key) const
 {
-    const toml::node *value = node(key);
-    if (value == nullptr)
-        return std::nullopt;
-    if (!value->is_boolean())
-        fail_at(*value, key, "expected true or false");
-    return value->value<bool>();
+    return scalar<bool>(key, &toml::node::is_boolean, "expected true or false");
 }
 
 std::optional<std::vector<int64_t>> Section::integers(std::string_view key) const
@@ -247,6 +239,14 @@ std::optional<std::string> Section::readable_file(std::string_view key) const
     if (path && !readable(*path))
         fail(key, "cannot read " + *path);
     return path;
+}
+
+std::optional<std::string> Section::text_or_file(std::string_view key, std::string_view file_key) const
+{
+    if (node(key) != nullptr && node(file_key) != nullptr)
+        fail(file_key, "give " + std::string(key) + " or " + std::string(file_key) + ", not both");
+    auto file = file_text(file_key);
+    return file ? file : string(key);
 }
 
 std::optional<std::string> Section::file_text(std::string_view key) const

@@ -50,6 +50,8 @@ class Section
     std::optional<std::string> readable_file(std::string_view key) const;
     // The whole content of a file the scenario names (`from`, `log`), read as it stands.
     std::optional<std::string> file_text(std::string_view key) const;
+    // A text given as it stands (`key`) or read from a file (`file_key`), never both.
+    std::optional<std::string> text_or_file(std::string_view key, std::string_view file_key) const;
 
     [[noreturn]] void fail(std::string_view key, const std::string &message) const;
     [[noreturn]] void fail_at(const toml::node &node, std::string_view key, const std::string &message) const;
@@ -61,6 +63,9 @@ class Section
 
   private:
     const toml::node *node(std::string_view key) const;
+    template <typename T>
+    std::optional<T> scalar(std::string_view key, bool (toml::node::*is)() const noexcept,
+                            const char *expected) const;
 
     const toml::table *table_;
     std::string path_;

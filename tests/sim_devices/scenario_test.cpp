@@ -551,6 +551,8 @@ const Mistake kMistakes[] = {
      "bad.toml:2: files./etc/x.contents: unknown key (expected one of: content, from, absent, open_errno)"},
     {"from a file that does not exist", "[files]\n\"/etc/x\" = { from = \"missing.txt\" }\n",
      "bad.toml:2: files./etc/x.from: cannot read {dir}/missing.txt"},
+    {"content given twice", "[files]\n\"/etc/x\" = { content = \"a\", from = \"v.txt\" }\n",
+     "bad.toml:2: files./etc/x.from: give content or from, not both"},
     {"from a folder", "[commands]\n\"lsusb\" = { from = \".\" }\n",
      "bad.toml:2: commands.lsusb.from: cannot read {dir}/."},
     {"unknown peer kind", "[ports.\"/dev/ttyS1\"]\npeer = \"modem\"\n",

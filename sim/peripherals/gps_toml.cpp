@@ -1,6 +1,7 @@
 #include "peripherals/gps_toml.h"
 
 #include "peripherals/gps.h"
+#include "peripherals/misbehaviour_toml.h"
 
 namespace sim
 {
@@ -31,8 +32,9 @@ std::vector<std::string> sentences(const Section &section, std::string_view key)
 
 MakePeer load_gps_peer(const Section &port)
 {
-    port.only({"peer", "absent", "open_errno", "log", "sentences", "follow_mode", "acknowledge",
-               "cold_start_ms", "cold_sentences", "silent", "garbage", "garbage_seed", "baud", "chunk"});
+    const Misbehaviour how = read_misbehaviour(port, GpsPeer::kFraming,
+                                               {"log", "sentences", "follow_mode", "acknowledge",
+                                                "cold_start_ms", "cold_sentences", "baud", "chunk"});
     GpsSetup setup;
     if (port.raw().contains("log") && port.raw().contains("sentences"))
         port.fail("sentences", "a receiver plays either a log or sentences, not both");
@@ -55,10 +57,11 @@ MakePeer load_gps_peer(const Section &port)
     }
     setup.follow_mode = port.boolean("follow_mode").value_or(true);
     setup.acknowledge = port.boolean("acknowledge").value_or(true);
-    setup.silent = port.boolean("silent").value_or(false);
-    setup.garbage = port.boolean("garbage").value_or(false);
-    setup.garbage_seed = static_cast<uint32_t>(port.integer("garbage_seed").value_or(1));
-    return [setup]() -> std::unique_ptr<Peer> { return std::make_unique<GpsPeer>(setup); };
+    return [setup, how]() -> std::unique_ptr<Peer> {
+        auto gps = std::make_unique<GpsPeer>(setup);
+        gps->misbehave(how);
+        return gps;
+    };
 }
 
 } // namespace sim

@@ -3,6 +3,8 @@
 // A peer sees what the product writes, at the simulated time it was written, and decides what to
 // send back and when. Everything it sends goes out at simulated times the peer chooses; the port
 // delivers it only while the product has the port open (a closed UART drops what arrives).
+// Simulated peripherals build on MessagePeer (message_peer.h), which gives them the shared
+// misbehaviour.
 #pragma once
 
 #include <cstdint>
@@ -37,6 +39,9 @@ class Peer
     virtual Nanos next_send() = 0;
     // The bytes due at `now` (called once next_send() <= now).
     virtual std::vector<uint8_t> take(Nanos now) = 0;
+    // The same, in the pieces they were sent in: a peer that hands over whole frames keeps each
+    // one piece, so that the hub can pass the peripheral box's frames on one by one.
+    virtual std::vector<std::vector<uint8_t>> take_pieces(Nanos now) { return {take(now)}; }
 
     virtual void product_opened(Nanos now) { (void)now; }
     virtual void product_closed(Nanos now) { (void)now; }
@@ -47,7 +52,7 @@ class Peer
     PortLine *line_ = nullptr;
 };
 
-// A peer that queues what it sends on a timeline; most peripherals build on it.
+// A peer that queues what it sends on a timeline (the hub, until it sends through MessagePeer).
 class QueuedPeer : public Peer
 {
   public:

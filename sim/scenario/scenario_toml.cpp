@@ -5,7 +5,7 @@
 
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
-#include "peripherals/scripted_peer.h"
+#include "peripherals/scripted_peer_toml.h"
 #include "scenario/scenario.h"
 #include "scenario/section.h"
 
@@ -188,67 +188,6 @@ void read_devices(const Section &devices, Scenario &scenario)
         }
         scenario.devices[path] = device;
     }
-}
-
-// The generic peer: rules, announcements and misbehaviour.
-MakePeer load_script_peer(const Section &port)
-{
-    port.only({"peer", "absent", "open_errno", "mode", "trickle_gap_ms", "garbage_every_ms", "garbage_chunk",
-               "garbage_seed", "hang_up_after", "hang_up_at_ms", "rule", "announce"});
-    std::vector<ScriptedPeer::Rule> rules;
-    for (const Section &rule : port.tables("rule")) {
-        rule.only({"when", "when_text", "answer", "answer_text", "delay_ms", "once"});
-        ScriptedPeer::Rule parsed;
-        auto when = rule.bytes_or_text("when");
-        if (!when || when->empty())
-            rule.fail("when", "a rule needs the bytes it answers (when or when_text)");
-        parsed.when = *when;
-        parsed.answer = rule.bytes_or_text("answer").value_or(std::vector<uint8_t>{});
-        parsed.delay = rule.milliseconds("delay_ms").value_or(0);
-        parsed.once = rule.boolean("once").value_or(false);
-        rules.push_back(parsed);
-    }
-    std::vector<std::pair<Nanos, std::vector<uint8_t>>> announcements;
-    for (const Section &announce : port.tables("announce")) {
-        announce.only({"at_ms", "bytes", "bytes_text"});
-        auto bytes = announce.bytes_or_text("bytes");
-        if (!bytes)
-            announce.fail("bytes", "an announcement needs its bytes (bytes or bytes_text)");
-        announcements.emplace_back(announce.milliseconds("at_ms").value_or(0), *bytes);
-    }
-    const std::string mode = port.string("mode").value_or("normal");
-    ScriptedPeer::Mode parsed_mode = ScriptedPeer::Mode::Normal;
-    if (mode == "silent")
-        parsed_mode = ScriptedPeer::Mode::Silent;
-    else if (mode == "garbage")
-        parsed_mode = ScriptedPeer::Mode::Garbage;
-    else if (mode == "trickle")
-        parsed_mode = ScriptedPeer::Mode::Trickle;
-    else if (mode != "normal")
-        port.fail("mode", "expected normal, silent, garbage or trickle");
-    const Nanos trickle_gap = static_cast<Nanos>(port.number("trickle_gap_ms").value_or(100) * kMillisecond);
-    const Nanos garbage_every =
-        static_cast<Nanos>(port.number("garbage_every_ms").value_or(10) * kMillisecond);
-    const size_t garbage_chunk = static_cast<size_t>(port.integer("garbage_chunk").value_or(16));
-    const uint32_t garbage_seed = static_cast<uint32_t>(port.integer("garbage_seed").value_or(1));
-    const size_t hang_up_after = static_cast<size_t>(port.integer("hang_up_after").value_or(0));
-    const Nanos hang_up_at = port.raw().contains("hang_up_at_ms")
-                                 ? static_cast<Nanos>(*port.number("hang_up_at_ms") * kMillisecond)
-                                 : kNever;
-    return [=]() -> std::unique_ptr<Peer> {
-        auto peer = std::make_unique<ScriptedPeer>();
-        for (const auto &rule : rules)
-            peer->add_rule(rule);
-        for (const auto &[when, bytes] : announcements)
-            peer->announce(when, bytes);
-        peer->set_mode(parsed_mode);
-        peer->set_trickle_gap(trickle_gap);
-        if (parsed_mode == ScriptedPeer::Mode::Garbage)
-            peer->set_garbage(garbage_every, garbage_chunk, garbage_seed);
-        peer->hang_up_after(hang_up_after);
-        peer->hang_up_at(hang_up_at);
-        return peer;
-    };
 }
 
 void read_ports(const Section &ports, Scenario &scenario)

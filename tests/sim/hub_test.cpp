@@ -496,8 +496,8 @@ INSTANTIATE_TEST_SUITE_P(
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".gps]\npeer = \"script\"\nmood "
             "= \"silent\"\n",
             "bad.toml:5: ports./dev/ttyC0.gps.mood: unknown key (expected one of: peer, absent, "
-            "open_errno, mode, trickle_gap_ms, garbage_every_ms, garbage_chunk, garbage_seed, "
-            "hang_up_after, hang_up_at_ms, rule, announce)"},
+            "open_errno, rule, announce, mode, trickle_gap_ms, garbage_every_ms, garbage_chunk, "
+            "garbage_seed, hang_up_after, hang_up_at_ms, bad_checksum, oversize)"},
         clitest::ScenarioMistake{
             "FrameWithoutPort",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".frame]]\nat_ms = 3\n",

@@ -1,8 +1,10 @@
 #include "peripherals/hub_toml.h"
 
+#include <tuple>
 #include <utility>
 
 #include "peripherals/hub.h"
+#include "peripherals/misbehaviour_toml.h"
 
 namespace sim
 {
@@ -14,13 +16,44 @@ constexpr std::pair<std::string_view, uint16_t> kDevicePorts[] = {
     {"gps", kHubPortGps},
     {"rfid", kHubPortRfid},
     {"zigbee", kHubPortZigbee},
+    {"box", kHubPortBox},
 };
 
-constexpr std::pair<std::string_view, HubFault> kFaults[] = {
-    {"bad_head", HubFault::BadHead},       {"bad_kind", HubFault::BadKind},
-    {"wrong_port", HubFault::WrongPort},   {"bad_checksum", HubFault::BadChecksum},
-    {"long_length", HubFault::LongLength}, {"truncate", HubFault::Truncate},
+struct FaultName {
+    std::string_view name;
+    HubFault fault;
+    int64_t highest; // the largest `value` it takes
 };
+
+constexpr FaultName kFaults[] = {
+    {"bad_head", HubFault::BadHead, 0xFF},
+    {"bad_kind", HubFault::BadKind, 0xFF},
+    {"wrong_port", HubFault::WrongPort, 0xFFFF},
+    {"truncate", HubFault::Truncate, 0xFFFF + kHubFrameOverhead},
+};
+
+// A fault every peer has, which the hub's fault list once held too.
+constexpr std::pair<std::string_view, std::string_view> kSharedFaults[] = {
+    {"bad_checksum", "bad_checksum"},
+    {"long_length", "oversize"},
+};
+
+std::tuple<size_t, HubFault, std::optional<int64_t>> read_fault(const Section &fault)
+{
+    fault.only({"frame", "fault", "value"});
+    const auto number = fault.integer("frame");
+    if (!number || *number < 1)
+        fault.fail("frame", "expected the number of the hub's message to spoil, from 1");
+    const std::string name = fault.string("fault").value_or("");
+    for (const auto &[old_name, key] : kSharedFaults)
+        if (name == old_name)
+            fault.fail("fault", "every peer can do this: write " + std::string(key) + " = " +
+                                    std::to_string(*number) + " in the hub's table");
+    for (const FaultName &known : kFaults)
+        if (name == known.name)
+            return {static_cast<size_t>(*number), known.fault, fault.integer_in("value", 0, known.highest)};
+    fault.fail("fault", "expected bad_head, bad_kind, wrong_port or truncate");
+}
 
 HubFrame read_frame(const Section &frame)
 {
@@ -48,10 +81,10 @@ HubFrame read_frame(const Section &frame)
 
 MakePeer load_hub_peer(const Section &port)
 {
-    port.only({"peer", "absent", "open_errno", "silent", "ack", "ack_delay_ms", "ack_payload",
-               "ack_payload_text", "ack_port", "box_temperature", "max_payload", "gps", "rfid", "zigbee",
-               "fault", "frame"});
-    const bool silent = port.boolean("silent").value_or(false);
+    const Misbehaviour how =
+        read_misbehaviour(port, HubPeer::kFraming,
+                          {"ack", "ack_delay_ms", "ack_payload", "ack_payload_text", "ack_port",
+                           "max_payload", "gps", "rfid", "zigbee", "box", "fault", "frame"});
     const bool ack = port.boolean("ack").value_or(false);
     const Nanos ack_delay = port.milliseconds("ack_delay_ms").value_or(0);
     const std::vector<uint8_t> ack_payload =
@@ -59,9 +92,6 @@ MakePeer load_hub_peer(const Section &port)
     std::optional<uint16_t> ack_port;
     if (auto value = port.integer_in("ack_port", 0, 0xFFFF))
         ack_port = static_cast<uint16_t>(*value);
-    std::optional<uint8_t> box_temperature;
-    if (auto value = port.integer_in("box_temperature", 0, 255))
-        box_temperature = static_cast<uint8_t>(*value);
     const size_t max_payload = static_cast<size_t>(port.integer_in("max_payload", 1, 0xFFFF).value_or(1015));
 
     std::vector<std::pair<uint16_t, MakePeer>> devices;
@@ -84,21 +114,8 @@ MakePeer load_hub_peer(const Section &port)
     }
 
     std::vector<std::tuple<size_t, HubFault, std::optional<int64_t>>> faults;
-    for (const Section &fault : port.tables("fault")) {
-        fault.only({"frame", "fault", "value"});
-        const auto number = fault.integer("frame");
-        if (!number || *number < 1)
-            fault.fail("frame", "expected the number of the hub's frame to spoil, from 1");
-        const auto name = fault.string("fault");
-        std::optional<HubFault> which;
-        for (const auto &[known, value] : kFaults)
-            if (name && *name == known)
-                which = value;
-        if (!which)
-            fault.fail("fault",
-                       "expected bad_head, bad_kind, wrong_port, bad_checksum, long_length or truncate");
-        faults.emplace_back(static_cast<size_t>(*number), *which, fault.integer("value"));
-    }
+    for (const Section &fault : port.tables("fault"))
+        faults.push_back(read_fault(fault));
 
     std::vector<std::pair<Nanos, HubFrame>> frames;
     for (const Section &frame : port.tables("frame"))
@@ -106,11 +123,9 @@ MakePeer load_hub_peer(const Section &port)
 
     return [=]() -> std::unique_ptr<Peer> {
         auto hub = std::make_unique<HubPeer>();
-        hub->set_silent(silent);
+        hub->misbehave(how);
         if (ack)
             hub->acknowledge(ack_delay, ack_payload, ack_port);
-        if (box_temperature)
-            hub->set_box_temperature(*box_temperature);
         hub->set_max_payload(max_payload);
         for (const auto &[number, make] : devices)
             hub->add_device(number, make());

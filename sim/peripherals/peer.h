@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -50,32 +49,6 @@ class Peer
 
   protected:
     PortLine *line_ = nullptr;
-};
-
-// A peer that queues what it sends on a timeline (the hub, until it sends through MessagePeer).
-class QueuedPeer : public Peer
-{
-  public:
-    Nanos next_send() override;
-    std::vector<uint8_t> take(Nanos now) override;
-
-  protected:
-    // Sends `bytes` at `when`.
-    void send_at(Nanos when, std::vector<uint8_t> bytes);
-    // Sends `bytes` starting at `start` at the line's speed (10 bits a byte), `chunk` bytes at a
-    // time, as a UART's receive interrupts would hand them over. Returns when the last byte is out.
-    Nanos send_at_line_rate(Nanos start, const std::vector<uint8_t> &bytes, size_t chunk = 16);
-    // Time one byte takes on the line at `baud` (8N1: ten bits).
-    static Nanos byte_time(unsigned baud);
-    void drop_queue() { queue_.clear(); }
-    bool queue_empty() const { return queue_.empty(); }
-
-  private:
-    struct Pending {
-        Nanos when;
-        std::vector<uint8_t> bytes;
-    };
-    std::deque<Pending> queue_; // kept in time order
 };
 
 } // namespace sim

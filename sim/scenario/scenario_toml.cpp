@@ -3,6 +3,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "peripherals/box_toml.h"
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
 #include "peripherals/scripted_peer_toml.h"
@@ -326,6 +327,7 @@ const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"script", load_script_peer},
     {"hub", load_hub_peer},
     {"gps", load_gps_peer},
+    {"box", load_box_peer},
 };
 } // namespace
 

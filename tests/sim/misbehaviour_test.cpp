@@ -339,7 +339,8 @@ TEST_P(SharedKeys, BadChecksumAndOversizeOnlyWhereThePeerHasAHook)
 }
 
 INSTANTIATE_TEST_SUITE_P(Peers, SharedKeys,
-                         ::testing::Values(PeerKind{"script", false, false}, PeerKind{"gps", true, false}),
+                         ::testing::Values(PeerKind{"script", false, false}, PeerKind{"gps", true, false},
+                                           PeerKind{"hub", true, true}, PeerKind{"box", true, true}),
                          [](const auto &info) { return std::string(info.param.name); });
 
 class SharedKeyMistakes : public ::testing::TestWithParam<clitest::ScenarioMistake>
@@ -366,9 +367,9 @@ INSTANTIATE_TEST_SUITE_P(
                                  "bad.toml:3: ports./dev/ttyS1.garbage_every_ms: expected a time in "
                                  "milliseconds above 0"},
         clitest::ScenarioMistake{"NoiseTooLong",
-                                 "[ports.\"/dev/ttyS1\"]\npeer = \"gps\"\ngarbage_chunk = 1025\n",
+                                 "[ports.\"/dev/ttyS1\"]\npeer = \"hub\"\ngarbage_chunk = 1025\n",
                                  "bad.toml:3: ports./dev/ttyS1.garbage_chunk: expected 1..1024"},
-        clitest::ScenarioMistake{"SeedZero", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\ngarbage_seed = 0\n",
+        clitest::ScenarioMistake{"SeedZero", "[ports.\"/dev/ttyS1\"]\npeer = \"box\"\ngarbage_seed = 0\n",
                                  "bad.toml:3: ports./dev/ttyS1.garbage_seed: expected 1..4294967295"},
         clitest::ScenarioMistake{
             "HangUpAfterNothing", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\nhang_up_after = 0\n",
@@ -378,11 +379,11 @@ INSTANTIATE_TEST_SUITE_P(
             "bad.toml:3: ports./dev/ttyS1.hang_up_at_ms: expected a time in milliseconds, 0 or "
             "more"},
         clitest::ScenarioMistake{
-            "MessageZero", "[ports.\"/dev/ttyS1\"]\npeer = \"gps\"\nbad_checksum = [1, 0]\n",
+            "MessageZero", "[ports.\"/dev/ttyS1\"]\npeer = \"hub\"\nbad_checksum = [1, 0]\n",
             "bad.toml:3: ports./dev/ttyS1.bad_checksum: expected the numbers of messages, from 1 "
             "(3 or [1, 3])"},
         clitest::ScenarioMistake{
-            "MessageAsText", "[ports.\"/dev/ttyS1\"]\npeer = \"gps\"\noversize = \"2\"\n",
+            "MessageAsText", "[ports.\"/dev/ttyS1\"]\npeer = \"hub\"\noversize = \"2\"\n",
             "bad.toml:3: ports./dev/ttyS1.oversize: expected the numbers of messages, from 1 "
             "(3 or [1, 3])"},
         clitest::ScenarioMistake{

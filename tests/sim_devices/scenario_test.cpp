@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -499,6 +501,47 @@ TEST_F(ScenarioFiles, DefaultScenarioLoads)
     EXPECT_EQ(read.commands.at("cat /proc/driver/sensortype").output, "IMX290\n");
 }
 
+// Every TOML example of sim/scenarios/README.md loads as it stands, given the files it names: the
+// example folder sits two levels below a folder that holds the repository's tests/data, as
+// sim/scenarios does, and holds the two files the files and commands examples read.
+TEST(ScenarioReadme, EveryExampleLoads)
+{
+    namespace fs = std::filesystem;
+    std::ifstream readme(std::string(CLIDRIVER_SOURCE_DIR) + "/sim/scenarios/README.md");
+    ASSERT_TRUE(readme.good());
+    std::vector<std::string> examples;
+    std::string line, block;
+    bool inside = false;
+    while (std::getline(readme, line)) {
+        if (!inside && line == "```toml") {
+            inside = true;
+            block.clear();
+        } else if (inside && line == "```") {
+            inside = false;
+            examples.push_back(block);
+        } else if (inside) {
+            block += line + "\n";
+        }
+    }
+    ASSERT_GE(examples.size(), 12u) << "the examples of every section";
+
+    char pattern[] = "/tmp/clidriver-readme-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    const fs::path root = pattern;
+    const fs::path folder = root / "sim" / "scenarios";
+    fs::create_directories(folder / "epon");
+    fs::create_directories(folder / "usb");
+    fs::create_directories(root / "tests");
+    fs::create_directory_symlink(fs::path(CLIDRIVER_SOURCE_DIR) / "tests" / "data", root / "tests" / "data");
+    std::ofstream(folder / "epon" / "releasever-107.txt") << "V1.0.7\n";
+    std::ofstream(folder / "usb" / "only-c811.txt") << "Bus 001 Device 002: ID 0bda:c811\n";
+    for (const std::string &example : examples) {
+        SCOPED_TRACE(example);
+        EXPECT_EQ(clitest::scenario_error(example, folder.string()), "");
+    }
+    fs::remove_all(root);
+}
+
 TEST_F(ScenarioFiles, FileNamesInAScenarioAreRelativeToIt)
 {
     make("camera.toml", "[files]\n\"/program/factory/version\" = { from = \"version.txt\" }\n");
@@ -556,7 +599,7 @@ const Mistake kMistakes[] = {
     {"from a folder", "[commands]\n\"lsusb\" = { from = \".\" }\n",
      "bad.toml:2: commands.lsusb.from: cannot read {dir}/."},
     {"unknown peer kind", "[ports.\"/dev/ttyS1\"]\npeer = \"modem\"\n",
-     "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps)"},
+     "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps, box)"},
     {"peer option on a port without a peer", "[ports.\"/dev/ttyS1\"]\nmode = \"silent\"\n",
      "bad.toml:2: ports./dev/ttyS1.mode: unknown key (expected one of: absent, open_errno)"},
     {"unknown peer mode", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\nmode = \"chatty\"\n",

@@ -32,7 +32,7 @@ constexpr FaultName kFaults[] = {
     {"truncate", HubFault::Truncate, 0xFFFF + kHubFrameOverhead},
 };
 
-// A fault every peer has, which the hub's fault list once held too.
+// Faults every peer has under a shared key: a fault list naming them is pointed to the key.
 constexpr std::pair<std::string_view, std::string_view> kSharedFaults[] = {
     {"bad_checksum", "bad_checksum"},
     {"long_length", "oversize"},

@@ -67,19 +67,36 @@ std::optional<uint8_t> written_checksum(const std::string &sentence, size_t star
     return static_cast<uint8_t>(value);
 }
 
-uint32_t xorshift(uint32_t &state)
+// Where a UART at the wrong speed starts reading its wrong bits.
+constexpr uint32_t kMismatchSeed = 0x9E3779B9u;
+
+std::vector<uint8_t> as_bytes(const std::string &text)
 {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return state;
+    return std::vector<uint8_t>(text.begin(), text.end());
 }
 
 } // namespace
 
-GpsPeer::GpsPeer(GpsSetup setup)
-    : setup_(std::move(setup)), noise_state_(setup_.garbage_seed == 0 ? 1 : setup_.garbage_seed),
-      mismatch_state_(0x9E3779B9u)
+const Framing GpsPeer::kFraming = {"the GPS receiver", spoil_nmea_checksum};
+
+void spoil_nmea_checksum(std::vector<uint8_t> &sentence)
+{
+    const auto star = std::find(sentence.rbegin(), sentence.rend(), '*');
+    if (star == sentence.rend())
+        return;
+    const size_t at = static_cast<size_t>(sentence.rend() - star); // the first digit
+    if (at + 2 > sentence.size() || hex_digit(static_cast<char>(sentence[at])) < 0 ||
+        hex_digit(static_cast<char>(sentence[at + 1])) < 0)
+        return;
+    const int written =
+        hex_digit(static_cast<char>(sentence[at])) * 16 + hex_digit(static_cast<char>(sentence[at + 1]));
+    char digits[3];
+    snprintf(digits, sizeof digits, "%02X", (written + 1) & 0xFF);
+    sentence[at] = static_cast<uint8_t>(digits[0]);
+    sentence[at + 1] = static_cast<uint8_t>(digits[1]);
+}
+
+GpsPeer::GpsPeer(GpsSetup setup) : MessagePeer(kFraming), setup_(std::move(setup)), mismatch_(kMismatchSeed)
 {
     setup_.chunk = std::max<size_t>(setup_.chunk, 1);
     if (setup_.baud == 0)
@@ -141,33 +158,36 @@ std::string GpsPeer::dress(const std::string &sentence) const
     return with_checksum(renamed.substr(0, star));
 }
 
+// Fills the text of the coming pieces with whole sentences, acknowledgements first, each handed
+// to the misbehaviour layer as one message. When the layer lets nothing through (a silent or
+// noisy receiver) there is nothing to say for now.
 void GpsPeer::compose(Nanos due)
 {
     while (pending_.size() < setup_.chunk) {
+        std::string sentence;
         if (!acks_.empty()) {
-            pending_ += acks_.front() + "\r\n";
+            sentence = acks_.front();
             acks_.pop_front();
-            continue;
+        } else {
+            const bool cold = due < setup_.cold_start;
+            const std::vector<std::string> &source = cold ? setup_.cold_sentences : setup_.sentences;
+            if (source.empty())
+                return;
+            size_t &next = cold ? next_cold_ : next_sentence_;
+            sentence = dress(source[next % source.size()]);
+            next = (next + 1) % source.size();
         }
-        if (setup_.garbage) {
-            while (pending_.size() < setup_.chunk)
-                pending_ += static_cast<char>(xorshift(noise_state_) & 0xFF);
+        const std::vector<uint8_t> passed = pass_message(as_bytes(sentence + "\r\n"));
+        if (passed.empty())
             return;
-        }
-        const bool cold = due < setup_.cold_start;
-        const std::vector<std::string> &source = cold ? setup_.cold_sentences : setup_.sentences;
-        if (source.empty())
-            return;
-        size_t &next = cold ? next_cold_ : next_sentence_;
-        pending_ += dress(source[next % source.size()]) + "\r\n";
-        next = (next + 1) % source.size();
+        pending_.append(passed.begin(), passed.end());
     }
 }
 
-// Queues the next piece on the grid, when there is anything to say.
+// Composes the next piece on the grid, when there is anything to say.
 void GpsPeer::schedule()
 {
-    if (setup_.silent || !queue_empty())
+    if (ahead_)
         return;
     Nanos due = next_piece_ * piece_time_;
     if (due < setup_.cold_start && setup_.cold_sentences.empty()) {
@@ -179,31 +199,40 @@ void GpsPeer::schedule()
     if (pending_.empty())
         return; // nothing to say until the product asks something
     const size_t count = std::min(setup_.chunk, pending_.size());
-    send_at(due, std::vector<uint8_t>(pending_.begin(), pending_.begin() + static_cast<long>(count)));
+    ahead_ = Piece{due, std::vector<uint8_t>(pending_.begin(), pending_.begin() + static_cast<long>(count))};
     pending_.erase(0, count);
     ++next_piece_;
 }
 
-Nanos GpsPeer::next_send()
+Nanos GpsPeer::next_action()
 {
     schedule();
-    return QueuedPeer::next_send();
+    return ahead_ ? ahead_->due : kNever;
 }
 
-std::vector<uint8_t> GpsPeer::take(Nanos now)
+// Hands over the piece that is due and composes the next, so that what is heard meanwhile goes
+// after the sentences already composed, as in a real receiver's output buffer.
+void GpsPeer::act(Nanos now)
 {
-    std::vector<uint8_t> bytes = QueuedPeer::take(now);
-    // A UART set to another speed samples the wrong bits: what the product reads bears no
-    // relation to what was sent, and is mostly 8-bit noise.
-    if (line_ != nullptr && line_->baud() != setup_.baud)
-        for (uint8_t &byte : bytes)
-            byte = static_cast<uint8_t>((byte ^ xorshift(mismatch_state_)) | 0x80);
+    if (ahead_ && ahead_->due <= now) {
+        send_bytes(ahead_->due, std::move(ahead_->bytes));
+        ahead_.reset();
+    }
     next_piece_ = std::max(next_piece_, now / piece_time_ + 1);
     schedule();
-    return bytes;
 }
 
-void GpsPeer::receive(const std::vector<uint8_t> &bytes, Nanos now)
+// A UART set to another speed samples the wrong bits: what the product reads bears no relation
+// to what was sent, and is mostly 8-bit noise.
+void GpsPeer::on_the_wire(std::vector<uint8_t> &bytes)
+{
+    if (line_ == nullptr || line_->baud() == setup_.baud)
+        return;
+    for (uint8_t &byte : bytes)
+        byte = static_cast<uint8_t>((byte ^ mismatch_.next()) | 0x80);
+}
+
+void GpsPeer::on_receive(const std::vector<uint8_t> &bytes, Nanos now)
 {
     for (const uint8_t byte : bytes) {
         if (byte != '\n') {
@@ -218,7 +247,7 @@ void GpsPeer::receive(const std::vector<uint8_t> &bytes, Nanos now)
         command(partial_);
         partial_.clear();
     }
-    if (!acks_.empty() && queue_empty()) {
+    if (!acks_.empty() && !ahead_) {
         next_piece_ = std::max(next_piece_, now / piece_time_ + 1);
         schedule();
     }
@@ -279,7 +308,7 @@ void GpsPeer::command(const std::string &line)
 
 void GpsPeer::acknowledge(int packet, int flag)
 {
-    if (!setup_.acknowledge || setup_.silent || setup_.garbage)
+    if (!setup_.acknowledge)
         return;
     const std::string ack =
         with_checksum(std::string(kPmtkAck) + "," + std::to_string(packet) + "," + std::to_string(flag));

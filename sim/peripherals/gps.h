@@ -16,17 +16,21 @@
 // sends its sentences under the talker of the systems it was told to search (GPS only: GP,
 // BeiDou only: BD, several: GN), unless told to keep the talkers of its recording.
 //
-// It can misbehave as real ones do: stay silent, start late (a cold receiver sends nothing, or
-// no-fix sentences, for a while after boot), send noise, or run at another speed than the
-// product set the line to, and then what the product reads is garbage, as on a real UART.
+// Its messages for the misbehaviour layer are its sentences and acknowledgements, each with its
+// line end, in the order it composes them (silence, noise, a trickle, hang-ups and bad checksums
+// come from there). Besides, it can start late (a cold receiver sends nothing, or no-fix
+// sentences, for a while after boot) or run at another speed than the product set the line to,
+// and then what the product reads is garbage, as on a real UART.
 #pragma once
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "peripherals/peer.h"
+#include "core/random.h"
+#include "peripherals/message_peer.h"
 
 namespace sim
 {
@@ -39,14 +43,14 @@ struct GpsSetup {
     size_t chunk = 16;                       // bytes handed over at a time
     bool follow_mode = true;                 // take the talker of the systems $PMTK353 enables
     bool acknowledge = true;                 // answer $PMTK sentences
-    bool silent = false;                     // hears everything, sends nothing
-    bool garbage = false;                    // sends pseudo-random bytes instead of sentences
-    uint32_t garbage_seed = 1;
 };
 
-class GpsPeer : public QueuedPeer
+class GpsPeer : public MessagePeer
 {
   public:
+    // A bad checksum is the two hex digits after the '*' off by one; sentences have no length.
+    static const Framing kFraming;
+
     explicit GpsPeer(GpsSetup setup);
 
     // The sentences of a recorded log: comment lines (`#`) and empty lines skipped, the line end
@@ -59,18 +63,26 @@ class GpsPeer : public QueuedPeer
 
     // Whole lines the product sent, without their line ends, in order.
     const std::vector<std::string> &heard() const { return heard_; }
-    // Acknowledgements it has queued, in order.
+    // Acknowledgements it decided on, in order (a silent receiver decides them too).
     const std::vector<std::string> &acknowledged() const { return acknowledged_; }
     // The talker it puts on its sentences now; empty: the talkers of its recording.
     const std::string &talker() const { return talker_; }
     // Time between two pieces on the line.
     Nanos piece_time() const { return piece_time_; }
 
-    void receive(const std::vector<uint8_t> &bytes, Nanos now) override;
-    Nanos next_send() override;
-    std::vector<uint8_t> take(Nanos now) override;
+  protected:
+    void on_receive(const std::vector<uint8_t> &bytes, Nanos now) override;
+    Nanos next_action() override;
+    void act(Nanos now) override;
+    void on_the_wire(std::vector<uint8_t> &bytes) override;
+    unsigned uart_baud() const override { return setup_.baud; }
 
   private:
+    struct Piece {
+        Nanos due;
+        std::vector<uint8_t> bytes;
+    };
+
     void schedule();
     void compose(Nanos due);
     std::string dress(const std::string &sentence) const;
@@ -79,17 +91,21 @@ class GpsPeer : public QueuedPeer
 
     GpsSetup setup_;
     Nanos piece_time_;
-    int64_t next_piece_;       // index of the next piece on the boot-based grid (n * piece_time_)
-    std::string pending_;      // composed, not yet on the line
-    size_t next_sentence_ = 0; // in setup_.sentences
-    size_t next_cold_ = 0;     // in setup_.cold_sentences
+    int64_t next_piece_;         // index of the next piece on the boot-based grid (n * piece_time_)
+    std::optional<Piece> ahead_; // the next piece, composed, waiting for its time
+    std::string pending_;        // composed, not yet in a piece
+    size_t next_sentence_ = 0;   // in setup_.sentences
+    size_t next_cold_ = 0;       // in setup_.cold_sentences
     std::deque<std::string> acks_;
     std::string talker_;
     std::string partial_; // what the product sent since its last line end
     std::vector<std::string> heard_;
     std::vector<std::string> acknowledged_;
-    uint32_t noise_state_;
-    uint32_t mismatch_state_;
+    SeededRandom mismatch_; // what a UART at the wrong speed reads
 };
+
+// The check of an NMEA sentence (the two hex digits after its '*') off by one; a sentence
+// without one is left as it is.
+void spoil_nmea_checksum(std::vector<uint8_t> &sentence);
 
 } // namespace sim

@@ -1,10 +1,7 @@
 #include "peripherals/gps_toml.h"
 
-#include <fstream>
-#include <sstream>
-#include <sys/stat.h>
-
 #include "peripherals/gps.h"
+#include "peripherals/misbehaviour_toml.h"
 
 namespace sim
 {
@@ -31,37 +28,23 @@ std::vector<std::string> sentences(const Section &section, std::string_view key)
     return result;
 }
 
-std::string read_log_file(const Section &port, const std::string &path)
-{
-    struct stat status = {};
-    std::ifstream file(path, std::ios::binary);
-    if (stat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode) || !file.good())
-        port.fail("log", "cannot read " + path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 } // namespace
 
 MakePeer load_gps_peer(const Section &port)
 {
-    port.only({"peer", "absent", "open_errno", "log", "sentences", "follow_mode", "acknowledge",
-               "cold_start_ms", "cold_sentences", "silent", "garbage", "garbage_seed", "baud", "chunk"});
+    const Misbehaviour how = read_misbehaviour(port, GpsPeer::kFraming,
+                                               {"log", "sentences", "follow_mode", "acknowledge",
+                                                "cold_start_ms", "cold_sentences", "baud", "chunk"});
     GpsSetup setup;
-    if (auto log = port.file_path("log")) {
-        if (port.raw().contains("sentences"))
-            port.fail("sentences", "a receiver plays either a log or sentences, not both");
-        setup.sentences = GpsPeer::read_log(read_log_file(port, *log));
+    if (port.raw().contains("log") && port.raw().contains("sentences"))
+        port.fail("sentences", "a receiver plays either a log or sentences, not both");
+    if (auto log = port.file_text("log")) {
+        setup.sentences = GpsPeer::read_log(*log);
     } else {
         setup.sentences = sentences(port, "sentences");
     }
     setup.cold_sentences = sentences(port, "cold_sentences");
-    if (auto cold = port.number("cold_start_ms")) {
-        if (*cold < 0)
-            port.fail("cold_start_ms", "expected a time in milliseconds, 0 or more");
-        setup.cold_start = static_cast<Nanos>(*cold * kMillisecond);
-    }
+    setup.cold_start = port.milliseconds("cold_start_ms").value_or(0);
     if (auto baud = port.integer("baud")) {
         if (*baud <= 0 || *baud > 4000000)
             port.fail("baud", "expected a speed in bits per second, such as 9600");
@@ -74,10 +57,11 @@ MakePeer load_gps_peer(const Section &port)
     }
     setup.follow_mode = port.boolean("follow_mode").value_or(true);
     setup.acknowledge = port.boolean("acknowledge").value_or(true);
-    setup.silent = port.boolean("silent").value_or(false);
-    setup.garbage = port.boolean("garbage").value_or(false);
-    setup.garbage_seed = static_cast<uint32_t>(port.integer("garbage_seed").value_or(1));
-    return [setup]() -> std::unique_ptr<Peer> { return std::make_unique<GpsPeer>(setup); };
+    return [setup, how]() -> std::unique_ptr<Peer> {
+        auto gps = std::make_unique<GpsPeer>(setup);
+        gps->misbehave(how);
+        return gps;
+    };
 }
 
 } // namespace sim

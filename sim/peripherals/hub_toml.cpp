@@ -1,8 +1,10 @@
 #include "peripherals/hub_toml.h"
 
+#include <tuple>
 #include <utility>
 
 #include "peripherals/hub.h"
+#include "peripherals/misbehaviour_toml.h"
 
 namespace sim
 {
@@ -14,35 +16,43 @@ constexpr std::pair<std::string_view, uint16_t> kDevicePorts[] = {
     {"gps", kHubPortGps},
     {"rfid", kHubPortRfid},
     {"zigbee", kHubPortZigbee},
+    {"box", kHubPortBox},
 };
 
-constexpr std::pair<std::string_view, HubFault> kFaults[] = {
-    {"bad_head", HubFault::BadHead},       {"bad_kind", HubFault::BadKind},
-    {"wrong_port", HubFault::WrongPort},   {"bad_checksum", HubFault::BadChecksum},
-    {"long_length", HubFault::LongLength}, {"truncate", HubFault::Truncate},
+struct FaultName {
+    std::string_view name;
+    HubFault fault;
+    int64_t highest; // the largest `value` it takes
 };
 
-std::optional<std::vector<uint8_t>> bytes_or_text(const Section &section, const std::string &key)
-{
-    if (auto bytes = section.bytes(key))
-        return bytes;
-    if (auto text = section.string(key + "_text"))
-        return std::vector<uint8_t>(text->begin(), text->end());
-    return std::nullopt;
-}
+constexpr FaultName kFaults[] = {
+    {"bad_head", HubFault::BadHead, 0xFF},
+    {"bad_kind", HubFault::BadKind, 0xFF},
+    {"wrong_port", HubFault::WrongPort, 0xFFFF},
+    {"truncate", HubFault::Truncate, 0xFFFF + kHubFrameOverhead},
+};
 
-int64_t in_range(const Section &section, std::string_view key, int64_t value, int64_t low, int64_t high)
-{
-    if (value < low || value > high)
-        section.fail(key, "expected " + std::to_string(low) + ".." + std::to_string(high));
-    return value;
-}
+// Faults every peer has under a shared key: a fault list naming them is pointed to the key.
+constexpr std::pair<std::string_view, std::string_view> kSharedFaults[] = {
+    {"bad_checksum", "bad_checksum"},
+    {"long_length", "oversize"},
+};
 
-std::optional<int64_t> ranged(const Section &section, std::string_view key, int64_t low, int64_t high)
+std::tuple<size_t, HubFault, std::optional<int64_t>> read_fault(const Section &fault)
 {
-    if (auto value = section.integer(key))
-        return in_range(section, key, *value, low, high);
-    return std::nullopt;
+    fault.only({"frame", "fault", "value"});
+    const auto number = fault.integer("frame");
+    if (!number || *number < 1)
+        fault.fail("frame", "expected the number of the hub's message to spoil, from 1");
+    const std::string name = fault.string("fault").value_or("");
+    for (const auto &[old_name, key] : kSharedFaults)
+        if (name == old_name)
+            fault.fail("fault", "every peer can do this: write " + std::string(key) + " = " +
+                                    std::to_string(*number) + " in the hub's table");
+    for (const FaultName &known : kFaults)
+        if (name == known.name)
+            return {static_cast<size_t>(*number), known.fault, fault.integer_in("value", 0, known.highest)};
+    fault.fail("fault", "expected bad_head, bad_kind, wrong_port or truncate");
 }
 
 HubFrame read_frame(const Section &frame)
@@ -50,19 +60,19 @@ HubFrame read_frame(const Section &frame)
     frame.only({"at_ms", "head", "length", "kind", "port", "command", "payload", "payload_text", "checksum",
                 "truncate"});
     HubFrame result;
-    result.head = static_cast<uint8_t>(ranged(frame, "head", 0, 255).value_or(0xFE));
-    if (auto length = ranged(frame, "length", 0, 0xFFFF))
+    result.head = static_cast<uint8_t>(frame.integer_in("head", 0, 255).value_or(0xFE));
+    if (auto length = frame.integer_in("length", 0, 0xFFFF))
         result.length = static_cast<uint16_t>(*length);
-    result.kind = static_cast<uint8_t>(ranged(frame, "kind", 0, 255).value_or(0x01));
-    const auto port = ranged(frame, "port", 0, 0xFFFF);
+    result.kind = static_cast<uint8_t>(frame.integer_in("kind", 0, 255).value_or(0x01));
+    const auto port = frame.integer_in("port", 0, 0xFFFF);
     if (!port)
         frame.fail("port", "a frame needs the port it comes from");
     result.port = static_cast<uint16_t>(*port);
-    result.command = static_cast<uint8_t>(ranged(frame, "command", 0, 255).value_or(kHubPass));
-    result.payload = bytes_or_text(frame, "payload").value_or(std::vector<uint8_t>{});
-    if (auto checksum = ranged(frame, "checksum", 0, 0xFFFF))
+    result.command = static_cast<uint8_t>(frame.integer_in("command", 0, 255).value_or(kHubPass));
+    result.payload = frame.bytes_or_text("payload").value_or(std::vector<uint8_t>{});
+    if (auto checksum = frame.integer_in("checksum", 0, 0xFFFF))
         result.checksum = static_cast<uint16_t>(*checksum);
-    if (auto truncate = ranged(frame, "truncate", 0, 0xFFFF + 9))
+    if (auto truncate = frame.integer_in("truncate", 0, 0xFFFF + 9))
         result.truncate = static_cast<size_t>(*truncate);
     return result;
 }
@@ -71,21 +81,18 @@ HubFrame read_frame(const Section &frame)
 
 MakePeer load_hub_peer(const Section &port)
 {
-    port.only({"peer", "absent", "open_errno", "silent", "ack", "ack_delay_ms", "ack_payload",
-               "ack_payload_text", "ack_port", "box_temperature", "max_payload", "gps", "rfid", "zigbee",
-               "fault", "frame"});
-    const bool silent = port.boolean("silent").value_or(false);
+    const Misbehaviour how =
+        read_misbehaviour(port, HubPeer::kFraming,
+                          {"ack", "ack_delay_ms", "ack_payload", "ack_payload_text", "ack_port",
+                           "max_payload", "gps", "rfid", "zigbee", "box", "fault", "frame"});
     const bool ack = port.boolean("ack").value_or(false);
-    const Nanos ack_delay = static_cast<Nanos>(port.number("ack_delay_ms").value_or(0) * kMillisecond);
+    const Nanos ack_delay = port.milliseconds("ack_delay_ms").value_or(0);
     const std::vector<uint8_t> ack_payload =
-        bytes_or_text(port, "ack_payload").value_or(std::vector<uint8_t>{});
+        port.bytes_or_text("ack_payload").value_or(std::vector<uint8_t>{});
     std::optional<uint16_t> ack_port;
-    if (auto value = ranged(port, "ack_port", 0, 0xFFFF))
+    if (auto value = port.integer_in("ack_port", 0, 0xFFFF))
         ack_port = static_cast<uint16_t>(*value);
-    std::optional<uint8_t> box_temperature;
-    if (auto value = ranged(port, "box_temperature", 0, 255))
-        box_temperature = static_cast<uint8_t>(*value);
-    const size_t max_payload = static_cast<size_t>(ranged(port, "max_payload", 1, 0xFFFF).value_or(1015));
+    const size_t max_payload = static_cast<size_t>(port.integer_in("max_payload", 1, 0xFFFF).value_or(1015));
 
     std::vector<std::pair<uint16_t, MakePeer>> devices;
     for (const auto &[name, number] : kDevicePorts) {
@@ -107,34 +114,18 @@ MakePeer load_hub_peer(const Section &port)
     }
 
     std::vector<std::tuple<size_t, HubFault, std::optional<int64_t>>> faults;
-    for (const Section &fault : port.tables("fault")) {
-        fault.only({"frame", "fault", "value"});
-        const auto number = fault.integer("frame");
-        if (!number || *number < 1)
-            fault.fail("frame", "expected the number of the hub's frame to spoil, from 1");
-        const auto name = fault.string("fault");
-        std::optional<HubFault> which;
-        for (const auto &[known, value] : kFaults)
-            if (name && *name == known)
-                which = value;
-        if (!which)
-            fault.fail("fault",
-                       "expected bad_head, bad_kind, wrong_port, bad_checksum, long_length or truncate");
-        faults.emplace_back(static_cast<size_t>(*number), *which, fault.integer("value"));
-    }
+    for (const Section &fault : port.tables("fault"))
+        faults.push_back(read_fault(fault));
 
     std::vector<std::pair<Nanos, HubFrame>> frames;
     for (const Section &frame : port.tables("frame"))
-        frames.emplace_back(static_cast<Nanos>(frame.number("at_ms").value_or(0) * kMillisecond),
-                            read_frame(frame));
+        frames.emplace_back(frame.milliseconds("at_ms").value_or(0), read_frame(frame));
 
     return [=]() -> std::unique_ptr<Peer> {
         auto hub = std::make_unique<HubPeer>();
-        hub->set_silent(silent);
+        hub->misbehave(how);
         if (ack)
             hub->acknowledge(ack_delay, ack_payload, ack_port);
-        if (box_temperature)
-            hub->set_box_temperature(*box_temperature);
         hub->set_max_payload(max_payload);
         for (const auto &[number, make] : devices)
             hub->add_device(number, make());

@@ -3,10 +3,11 @@
 // A peer sees what the product writes, at the simulated time it was written, and decides what to
 // send back and when. Everything it sends goes out at simulated times the peer chooses; the port
 // delivers it only while the product has the port open (a closed UART drops what arrives).
+// Simulated peripherals build on MessagePeer (message_peer.h), which gives them the shared
+// misbehaviour.
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,9 @@ class Peer
     virtual Nanos next_send() = 0;
     // The bytes due at `now` (called once next_send() <= now).
     virtual std::vector<uint8_t> take(Nanos now) = 0;
+    // The same, in the pieces they were sent in: a peer that hands over whole frames keeps each
+    // one piece, so that the hub can pass the peripheral box's frames on one by one.
+    virtual std::vector<std::vector<uint8_t>> take_pieces(Nanos now) { return {take(now)}; }
 
     virtual void product_opened(Nanos now) { (void)now; }
     virtual void product_closed(Nanos now) { (void)now; }
@@ -45,32 +49,6 @@ class Peer
 
   protected:
     PortLine *line_ = nullptr;
-};
-
-// A peer that queues what it sends on a timeline; most peripherals build on it.
-class QueuedPeer : public Peer
-{
-  public:
-    Nanos next_send() override;
-    std::vector<uint8_t> take(Nanos now) override;
-
-  protected:
-    // Sends `bytes` at `when`.
-    void send_at(Nanos when, std::vector<uint8_t> bytes);
-    // Sends `bytes` starting at `start` at the line's speed (10 bits a byte), `chunk` bytes at a
-    // time, as a UART's receive interrupts would hand them over. Returns when the last byte is out.
-    Nanos send_at_line_rate(Nanos start, const std::vector<uint8_t> &bytes, size_t chunk = 16);
-    // Time one byte takes on the line at `baud` (8N1: ten bits).
-    static Nanos byte_time(unsigned baud);
-    void drop_queue() { queue_.clear(); }
-    bool queue_empty() const { return queue_.empty(); }
-
-  private:
-    struct Pending {
-        Nanos when;
-        std::vector<uint8_t> bytes;
-    };
-    std::deque<Pending> queue_; // kept in time order
 };
 
 } // namespace sim

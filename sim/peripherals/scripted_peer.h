@@ -1,24 +1,22 @@
-// A generic peripheral: "when these bytes arrive, answer those", with a byte-exact record of
-// everything the product wrote (the port keeps it), and misbehaviour on demand.
+// A generic peripheral: "when these bytes arrive, answer those", and bytes sent unasked at given
+// times, with a byte-exact record of everything the product wrote (the port keeps it). Its
+// messages are whatever the rules say, so it has no check or length field of its own to spoil:
+// a wrong answer is written wrong in its rule. Misbehaviour comes from the layer (MessagePeer).
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <vector>
 
-#include "peripherals/peer.h"
+#include "peripherals/message_peer.h"
 
 namespace sim
 {
 
-class ScriptedPeer : public QueuedPeer
+class ScriptedPeer : public MessagePeer
 {
   public:
-    enum class Mode {
-        Normal,
-        Silent,  // hears everything, answers nothing
-        Garbage, // answers nothing sensible: sends pseudo-random bytes without pause
-        Trickle, // answers, one byte every `trickle_gap`
-    };
+    static const Framing kFraming;
 
     struct Rule {
         std::vector<uint8_t> when;   // answer once these bytes have arrived (in one piece)
@@ -27,35 +25,21 @@ class ScriptedPeer : public QueuedPeer
         bool once = false;           // then forget the rule
     };
 
-    void add_rule(Rule rule) { rules_.push_back(std::move(rule)); }
-    // Bytes sent on their own, starting at `when`, at line rate.
-    void announce(Nanos when, std::vector<uint8_t> bytes);
-    void set_mode(Mode mode) { mode_ = mode; }
-    void set_trickle_gap(Nanos gap) { trickle_gap_ = gap; }
-    void set_garbage(Nanos every, size_t chunk, uint32_t seed);
-    // Hangs up once this many bytes have arrived from the product (0: never).
-    void hang_up_after(size_t bytes) { hang_up_after_ = bytes; }
-    // Hangs up at a simulated time.
-    void hang_up_at(Nanos when) { hang_up_at_ = when; }
+    ScriptedPeer() : MessagePeer(kFraming) {}
 
-    void receive(const std::vector<uint8_t> &bytes, Nanos now) override;
-    Nanos next_send() override;
-    std::vector<uint8_t> take(Nanos now) override;
-    bool hung_up() const override { return hung_up_; }
+    void add_rule(Rule rule) { rules_.push_back(std::move(rule)); }
+    // Bytes sent on their own, starting at `when`, at line speed: one message.
+    void announce(Nanos when, std::vector<uint8_t> bytes) { announcements_.emplace(when, std::move(bytes)); }
+
+  protected:
+    void on_receive(const std::vector<uint8_t> &bytes, Nanos now) override;
+    Nanos next_action() override;
+    void act(Nanos now) override;
 
   private:
     std::vector<Rule> rules_;
-    std::vector<uint8_t> heard_; // not yet matched
-    size_t received_total_ = 0;
-    Mode mode_ = Mode::Normal;
-    Nanos trickle_gap_ = 100 * kMillisecond;
-    Nanos garbage_every_ = 10 * kMillisecond;
-    size_t garbage_chunk_ = 16;
-    uint32_t garbage_state_ = 1;
-    Nanos next_garbage_ = 0;
-    size_t hang_up_after_ = 0;
-    Nanos hang_up_at_ = kNever;
-    bool hung_up_ = false;
+    std::vector<uint8_t> heard_;                               // not yet matched
+    std::multimap<Nanos, std::vector<uint8_t>> announcements_; // not yet handed over, by time
 };
 
 } // namespace sim

@@ -1,13 +1,12 @@
 // Reads sim/scenarios/*.toml. The schema, with an example per section, is in
 // sim/scenarios/README.md.
 #include <cstring>
-#include <fstream>
 #include <sstream>
-#include <sys/stat.h>
 
+#include "peripherals/box_toml.h"
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
-#include "peripherals/scripted_peer.h"
+#include "peripherals/scripted_peer_toml.h"
 #include "scenario/scenario.h"
 #include "scenario/section.h"
 
@@ -26,40 +25,19 @@ std::vector<uint8_t> words_to_bytes(const std::vector<int64_t> &words)
     return bytes;
 }
 
-// Bytes given as `KEY` (hex or array), `KEY_text` (characters as they are) or, for records,
-// `words` (32-bit little-endian words).
-std::optional<std::vector<uint8_t>> payload(const Section &section, const std::string &key)
+// Each entry of a table that maps names to a string (what `string_means`) or to a table of keys.
+template <typename Plain, typename Full>
+void each_string_or_table(const Section &section, const std::string &string_means, Plain plain, Full full)
 {
-    if (auto bytes = section.bytes(key))
-        return bytes;
-    if (auto text = section.string(key + "_text"))
-        return std::vector<uint8_t>(text->begin(), text->end());
-    return std::nullopt;
-}
-
-// Whether `path` can be read as a file: a folder opens fine as a stream, then reads as empty.
-bool readable_file(const std::string &path)
-{
-    struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && std::ifstream(path).good();
-}
-
-std::optional<std::string> read_whole(const std::string &path)
-{
-    if (!readable_file(path))
-        return std::nullopt;
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-std::string read_text(const Section &section, std::string_view key, const std::string &path)
-{
-    auto text = read_whole(path);
-    if (!text)
-        section.fail(key, "cannot read " + path);
-    return *text;
+    for (const auto &[key, value] : section.raw()) {
+        const std::string name(key.str());
+        if (value.is_string())
+            plain(name, *value.template value<std::string>());
+        else if (value.is_table())
+            full(name, *section.table(name));
+        else
+            section.fail_at(value, name, "expected " + string_means + " (a string) or a table");
+    }
 }
 
 void read_camera(const Section &camera, Scenario &scenario)
@@ -107,48 +85,37 @@ void read_platform(const Section &platform, Scenario &scenario)
 
 void read_files(const Section &files, Scenario &scenario)
 {
-    for (const auto &[key, value] : files.raw()) {
-        const std::string path(key.str());
-        FileScript file;
-        if (!value.is_string() && !value.is_table())
-            files.fail_at(value, path, "expected the content (a string) or a table");
-        if (value.is_string()) {
-            file.content = *value.value<std::string>();
-        } else {
-            const auto entry = files.table(path);
-            entry->only({"content", "from", "absent", "open_errno"});
-            if (auto content = entry->string("content"))
-                file.content = *content;
-            if (auto from = entry->file_path("from"))
-                file.content = read_text(*entry, "from", *from);
-            if (entry->boolean("absent").value_or(false))
+    each_string_or_table(
+        files, "the content",
+        [&](const std::string &path, const std::string &content) {
+            scenario.files[path] = FileScript{content};
+        },
+        [&](const std::string &path, const Section &entry) {
+            entry.only({"content", "from", "absent", "open_errno"});
+            FileScript file;
+            file.content = entry.text_or_file("content", "from");
+            if (entry.boolean("absent").value_or(false))
                 file.content.reset();
-            file.open_errno = entry->error_number("open_errno").value_or(0);
-        }
-        scenario.files[path] = file;
-    }
+            file.open_errno = entry.error_number("open_errno").value_or(0);
+            scenario.files[path] = file;
+        });
 }
 
 void read_commands(const Section &commands, Scenario &scenario)
 {
-    for (const auto &[key, value] : commands.raw()) {
-        const std::string command(key.str());
-        CommandScript script;
-        if (!value.is_string() && !value.is_table())
-            commands.fail_at(value, command, "expected the output (a string) or a table");
-        if (value.is_string()) {
-            script.output = *value.value<std::string>();
-        } else {
-            const auto entry = commands.table(command);
-            entry->only({"output", "from", "status", "fail"});
-            script.output = entry->string("output").value_or("");
-            if (auto from = entry->file_path("from"))
-                script.output = read_text(*entry, "from", *from);
-            script.exit_status = static_cast<int>(entry->integer("status").value_or(0));
-            script.popen_errno = entry->error_number("fail").value_or(0);
-        }
-        scenario.commands[command] = script;
-    }
+    each_string_or_table(
+        commands, "the output",
+        [&](const std::string &command, const std::string &output) {
+            scenario.commands[command] = CommandScript{output};
+        },
+        [&](const std::string &command, const Section &entry) {
+            entry.only({"output", "from", "status", "fail"});
+            CommandScript script;
+            script.output = entry.text_or_file("output", "from").value_or("");
+            script.exit_status = static_cast<int>(entry.integer("status").value_or(0));
+            script.popen_errno = entry.error_number("fail").value_or(0);
+            scenario.commands[command] = script;
+        });
 }
 
 IoctlAnswer read_answer(const Section &answer)
@@ -224,68 +191,6 @@ void read_devices(const Section &devices, Scenario &scenario)
     }
 }
 
-// The generic peer: rules, announcements and misbehaviour.
-MakePeer load_script_peer(const Section &port)
-{
-    port.only({"peer", "absent", "open_errno", "mode", "trickle_gap_ms", "garbage_every_ms", "garbage_chunk",
-               "garbage_seed", "hang_up_after", "hang_up_at_ms", "rule", "announce"});
-    std::vector<ScriptedPeer::Rule> rules;
-    for (const Section &rule : port.tables("rule")) {
-        rule.only({"when", "when_text", "answer", "answer_text", "delay_ms", "once"});
-        ScriptedPeer::Rule parsed;
-        auto when = payload(rule, "when");
-        if (!when || when->empty())
-            rule.fail("when", "a rule needs the bytes it answers (when or when_text)");
-        parsed.when = *when;
-        parsed.answer = payload(rule, "answer").value_or(std::vector<uint8_t>{});
-        parsed.delay = static_cast<Nanos>(rule.number("delay_ms").value_or(0) * kMillisecond);
-        parsed.once = rule.boolean("once").value_or(false);
-        rules.push_back(parsed);
-    }
-    std::vector<std::pair<Nanos, std::vector<uint8_t>>> announcements;
-    for (const Section &announce : port.tables("announce")) {
-        announce.only({"at_ms", "bytes", "bytes_text"});
-        auto bytes = payload(announce, "bytes");
-        if (!bytes)
-            announce.fail("bytes", "an announcement needs its bytes (bytes or bytes_text)");
-        announcements.emplace_back(static_cast<Nanos>(announce.number("at_ms").value_or(0) * kMillisecond),
-                                   *bytes);
-    }
-    const std::string mode = port.string("mode").value_or("normal");
-    ScriptedPeer::Mode parsed_mode = ScriptedPeer::Mode::Normal;
-    if (mode == "silent")
-        parsed_mode = ScriptedPeer::Mode::Silent;
-    else if (mode == "garbage")
-        parsed_mode = ScriptedPeer::Mode::Garbage;
-    else if (mode == "trickle")
-        parsed_mode = ScriptedPeer::Mode::Trickle;
-    else if (mode != "normal")
-        port.fail("mode", "expected normal, silent, garbage or trickle");
-    const Nanos trickle_gap = static_cast<Nanos>(port.number("trickle_gap_ms").value_or(100) * kMillisecond);
-    const Nanos garbage_every =
-        static_cast<Nanos>(port.number("garbage_every_ms").value_or(10) * kMillisecond);
-    const size_t garbage_chunk = static_cast<size_t>(port.integer("garbage_chunk").value_or(16));
-    const uint32_t garbage_seed = static_cast<uint32_t>(port.integer("garbage_seed").value_or(1));
-    const size_t hang_up_after = static_cast<size_t>(port.integer("hang_up_after").value_or(0));
-    const Nanos hang_up_at = port.raw().contains("hang_up_at_ms")
-                                 ? static_cast<Nanos>(*port.number("hang_up_at_ms") * kMillisecond)
-                                 : kNever;
-    return [=]() -> std::unique_ptr<Peer> {
-        auto peer = std::make_unique<ScriptedPeer>();
-        for (const auto &rule : rules)
-            peer->add_rule(rule);
-        for (const auto &[when, bytes] : announcements)
-            peer->announce(when, bytes);
-        peer->set_mode(parsed_mode);
-        peer->set_trickle_gap(trickle_gap);
-        if (parsed_mode == ScriptedPeer::Mode::Garbage)
-            peer->set_garbage(garbage_every, garbage_chunk, garbage_seed);
-        peer->hang_up_after(hang_up_after);
-        peer->hang_up_at(hang_up_at);
-        return peer;
-    };
-}
-
 void read_ports(const Section &ports, Scenario &scenario)
 {
     for (const auto &[key, value] : ports.raw()) {
@@ -318,13 +223,9 @@ void read_wifi(const Section &wifi, Scenario &scenario)
         scenario.wireless.interface = *name;
         scenario.capture.interface = *name;
     }
-    if (auto file = wifi.file_path("capture")) {
-        if (!readable_file(*file))
-            wifi.fail("capture", "cannot read " + *file);
+    if (auto file = wifi.readable_file("capture"))
         scenario.capture.file = *file;
-    }
-    scenario.capture.first_arrival =
-        static_cast<Nanos>(wifi.number("first_arrival_ms").value_or(0) * kMillisecond);
+    scenario.capture.first_arrival = wifi.milliseconds("first_arrival_ms").value_or(0);
     scenario.capture.open_error = wifi.string("open_error").value_or("");
     scenario.capture.fail_compile = wifi.boolean("fail_compile").value_or(false);
     scenario.capture.fail_setfilter = wifi.boolean("fail_setfilter").value_or(false);
@@ -409,7 +310,7 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
 
 Scenario load_scenario(const std::string &path)
 {
-    const auto text = read_whole(path);
+    const auto text = read_file(path);
     if (!text)
         throw ScenarioError(path + ": cannot read the scenario file");
     return parse_scenario(*text, path, directory_of(path));
@@ -426,6 +327,7 @@ const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"script", load_script_peer},
     {"hub", load_hub_peer},
     {"gps", load_gps_peer},
+    {"box", load_box_peer},
 };
 } // namespace
 

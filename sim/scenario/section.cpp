@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 
 #include "scenario/scenario.h"
 
@@ -40,7 +42,7 @@ const toml::node *Section::node(std::string_view key) const
     return table_->get(key);
 }
 
-void Section::only(std::initializer_list<std::string_view> allowed) const
+void Section::only(const std::vector<std::string_view> &allowed) const
 {
     for (const auto &[key, value] : *table_) {
         bool known = false;
@@ -55,44 +57,36 @@ void Section::only(std::initializer_list<std::string_view> allowed) const
     }
 }
 
-std::optional<int64_t> Section::integer(std::string_view key) const
+template <typename T>
+std::optional<T> Section::scalar(std::string_view key, bool (toml::node::*is)() const noexcept,
+                                 const char *expected) const
 {
     const toml::node *value = node(key);
     if (value == nullptr)
         return std::nullopt;
-    if (!value->is_integer())
-        fail_at(*value, key, "expected an integer");
-    return value->value<int64_t>();
+    if (!(value->*is)())
+        fail_at(*value, key, expected);
+    return value->value<T>();
+}
+
+std::optional<int64_t> Section::integer(std::string_view key) const
+{
+    return scalar<int64_t>(key, &toml::node::is_integer, "expected an integer");
 }
 
 std::optional<double> Section::number(std::string_view key) const
 {
-    const toml::node *value = node(key);
-    if (value == nullptr)
-        return std::nullopt;
-    if (!value->is_number())
-        fail_at(*value, key, "expected a number");
-    return value->value<double>();
+    return scalar<double>(key, &toml::node::is_number, "expected a number");
 }
 
 std::optional<std::string> Section::string(std::string_view key) const
 {
-    const toml::node *value = node(key);
-    if (value == nullptr)
-        return std::nullopt;
-    if (!value->is_string())
-        fail_at(*value, key, "expected a string");
-    return value->value<std::string>();
+    return scalar<std::string>(key, &toml::node::is_string, "expected a string");
 }
 
 std::optional<bool> Section::boolean(std::string_view key) const
 {
-    const toml::node *value = node(key);
-    if (value == nullptr)
-        return std::nullopt;
-    if (!value->is_boolean())
-        fail_at(*value, key, "expected true or false");
-    return value->value<bool>();
+    return scalar<bool>(key, &toml::node::is_boolean, "expected true or false");
 }
 
 std::optional<std::vector<int64_t>> Section::integers(std::string_view key) const
@@ -141,6 +135,38 @@ std::optional<std::vector<uint8_t>> Section::bytes(std::string_view key) const
         result.push_back(static_cast<uint8_t>(std::stoul(pair, nullptr, 16)));
     }
     return result;
+}
+
+std::optional<std::vector<uint8_t>> Section::bytes_or_text(std::string_view key) const
+{
+    const std::string text_key = std::string(key) + "_text";
+    auto bytes = this->bytes(key);
+    auto text = string(text_key);
+    if (bytes && text)
+        fail(text_key, "give " + std::string(key) + " or " + text_key + ", not both");
+    if (text)
+        return std::vector<uint8_t>(text->begin(), text->end());
+    return bytes;
+}
+
+std::optional<int64_t> Section::integer_in(std::string_view key, int64_t low, int64_t high) const
+{
+    const auto value = integer(key);
+    if (value && (*value < low || *value > high))
+        fail(key, "expected " + std::to_string(low) + ".." + std::to_string(high));
+    return value;
+}
+
+std::optional<Nanos> Section::milliseconds(std::string_view key) const
+{
+    const auto value = number(key);
+    if (!value)
+        return std::nullopt;
+    // Beyond a year of simulated time a number of milliseconds is a slip of the keyboard.
+    constexpr double kLongestMs = 365.0 * 24 * 3600 * 1000;
+    if (*value < 0 || *value > kLongestMs)
+        fail(key, "expected a time in milliseconds, 0 or more");
+    return static_cast<Nanos>(*value * kMillisecond);
 }
 
 std::optional<int> Section::error_number(std::string_view key) const
@@ -193,6 +219,57 @@ std::optional<std::string> Section::file_path(std::string_view key) const
     if (!relative || relative->empty() || (*relative)[0] == '/')
         return relative;
     return base_dir_ + "/" + *relative;
+}
+
+namespace
+{
+
+// Whether `path` can be read as a file: a folder opens fine as a stream, then reads as empty.
+bool readable(const std::string &path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && std::ifstream(path).good();
+}
+
+} // namespace
+
+std::optional<std::string> Section::readable_file(std::string_view key) const
+{
+    auto path = file_path(key);
+    if (path && !readable(*path))
+        fail(key, "cannot read " + *path);
+    return path;
+}
+
+std::optional<std::string> Section::text_or_file(std::string_view key, std::string_view file_key) const
+{
+    if (node(key) != nullptr && node(file_key) != nullptr)
+        fail(file_key, "give " + std::string(key) + " or " + std::string(file_key) + ", not both");
+    auto file = file_text(file_key);
+    return file ? file : string(key);
+}
+
+std::optional<std::string> Section::file_text(std::string_view key) const
+{
+    auto path = readable_file(key);
+    if (!path)
+        return std::nullopt;
+    auto text = read_file(*path);
+    if (!text)
+        fail(key, "cannot read " + *path);
+    return text;
+}
+
+std::optional<std::string> read_file(const std::string &path)
+{
+    if (!readable(path))
+        return std::nullopt;
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    if (file.bad())
+        return std::nullopt;
+    return text.str();
 }
 
 std::optional<int> errno_from_name(std::string_view name)

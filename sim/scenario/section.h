@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/time.h"
+
 namespace sim
 {
 
@@ -24,7 +26,7 @@ class Section
     Section(const toml::table &table, std::string path, std::string file, std::string base_dir);
 
     // Refuses keys other than `allowed` (a misspelt key is a mistake, not a default).
-    void only(std::initializer_list<std::string_view> allowed) const;
+    void only(const std::vector<std::string_view> &allowed) const;
 
     std::optional<int64_t> integer(std::string_view key) const;
     std::optional<std::string> string(std::string_view key) const;
@@ -32,11 +34,24 @@ class Section
     std::optional<double> number(std::string_view key) const; // integer or float
     std::optional<std::vector<int64_t>> integers(std::string_view key) const;
     std::optional<std::vector<uint8_t>> bytes(std::string_view key) const; // "FE 00 04" or [0xFE, 0, 4]
-    std::optional<int> error_number(std::string_view key) const;           // "EIO" or 5
+    // Bytes given as `KEY` (hexadecimal or an array) or as `KEY_text` (the characters as they
+    // stand), never both.
+    std::optional<std::vector<uint8_t>> bytes_or_text(std::string_view key) const;
+    // An integer that must lie in low..high ("expected low..high").
+    std::optional<int64_t> integer_in(std::string_view key, int64_t low, int64_t high) const;
+    // A time given in milliseconds (`KEY` ends in _ms), integer or not, 0 or more.
+    std::optional<Nanos> milliseconds(std::string_view key) const;
+    std::optional<int> error_number(std::string_view key) const; // "EIO" or 5
     std::optional<Section> table(std::string_view key) const;
     std::vector<Section> tables(std::string_view key) const; // an array of tables
     // A path relative to the scenario file.
     std::optional<std::string> file_path(std::string_view key) const;
+    // The path of a file the scenario names, checked readable ("cannot read PATH").
+    std::optional<std::string> readable_file(std::string_view key) const;
+    // The whole content of a file the scenario names (`from`, `log`), read as it stands.
+    std::optional<std::string> file_text(std::string_view key) const;
+    // A text given as it stands (`key`) or read from a file (`file_key`), never both.
+    std::optional<std::string> text_or_file(std::string_view key, std::string_view file_key) const;
 
     [[noreturn]] void fail(std::string_view key, const std::string &message) const;
     [[noreturn]] void fail_at(const toml::node &node, std::string_view key, const std::string &message) const;
@@ -48,6 +63,9 @@ class Section
 
   private:
     const toml::node *node(std::string_view key) const;
+    template <typename T>
+    std::optional<T> scalar(std::string_view key, bool (toml::node::*is)() const noexcept,
+                            const char *expected) const;
 
     const toml::table *table_;
     std::string path_;
@@ -62,6 +80,9 @@ using PeerLoader = MakePeer (*)(const Section &port);
 // The peripherals a scenario can hang on a port, by name.
 PeerLoader find_peer_loader(std::string_view name);
 std::vector<std::string> peer_loader_names();
+
+// The whole content of a file; nullopt when it cannot be read (a folder, a missing file).
+std::optional<std::string> read_file(const std::string &path);
 
 // Turns "EIO" (or a number) into an errno value; nullopt when unknown.
 std::optional<int> errno_from_name(std::string_view name);

@@ -347,11 +347,40 @@ TEST_F(GpsReceiver, CommandsMayArriveInPiecesAndOtherLinesAreNotForIt)
 
 TEST_F(GpsReceiver, ASilentReceiverHearsEverythingAndSendsNothing)
 {
-    auto gps = make({.sentences = kEpoch, .silent = true});
+    auto gps = make({.sentences = kEpoch});
+    gps->misbehave({.mode = sim::Misbehaviour::Mode::Silent});
     gps->receive(as_bytes("$PMTK000*32\r\n"), 0);
     EXPECT_EQ(gps->next_send(), sim::kNever);
     EXPECT_EQ(gps->heard(), std::vector<std::string>{"$PMTK000*32"});
-    EXPECT_TRUE(gps->acknowledged().empty());
+    EXPECT_EQ(gps->acknowledged(), std::vector<std::string>{"$PMTK001,0,3*30"})
+        << "it decides its answer; the layer drops it";
+}
+
+TEST_F(GpsReceiver, ABadChecksumSpoilsTheNumberedSentencesOnly)
+{
+    auto gps = make({.sentences = kEpoch, .chunk = 1024});
+    gps->misbehave({.bad_checksum = {2, 3}});
+    gps->receive(as_bytes("$PMTK000*32\r\n"), 0);
+    // Messages in the order it composes them: the acknowledgement first, then the sentences.
+    const std::string stream = joined(pieces(*gps, gps->piece_time()));
+    const std::string gga = kEpoch[0].substr(0, kEpoch[0].size() - 2) + "6D"; // *6C + 1
+    const std::string rmc = kEpoch[1].substr(0, kEpoch[1].size() - 2) + "74"; // *73 + 1
+    const std::string expected = "$PMTK001,0,3*30\r\n" + gga + "\r\n" + rmc + "\r\n" + kEpoch[0] + "\r\n";
+    EXPECT_EQ(stream.substr(0, expected.size()), expected);
+}
+
+TEST(GpsSentence, ItsCheckIsSpoiledByOneOrLeftAloneWithoutOne)
+{
+    auto spoiled = [](const std::string &sentence) {
+        Bytes bytes = as_bytes(sentence);
+        sim::spoil_nmea_checksum(bytes);
+        return std::string(bytes.begin(), bytes.end());
+    };
+    EXPECT_EQ(spoiled("$GPGSV,1,1,00*79\r\n"), "$GPGSV,1,1,00*7A\r\n");
+    EXPECT_EQ(spoiled("$GPGSV,1,1,00*ff"), "$GPGSV,1,1,00*00");
+    EXPECT_EQ(spoiled("$GPGSV,1,1,00\r\n"), "$GPGSV,1,1,00\r\n");
+    EXPECT_EQ(spoiled("$GPGSV,1,1,00*7"), "$GPGSV,1,1,00*7");
+    EXPECT_EQ(spoiled("junk*ZZ"), "junk*ZZ");
 }
 
 TEST_F(GpsReceiver, AColdReceiverSaysNothingUntilItHasStarted)
@@ -381,19 +410,26 @@ TEST_F(GpsReceiver, AColdReceiverMaySendSentencesWithoutAFixMeanwhile)
     EXPECT_EQ(warm.substr(finish, kEpoch[0].size()), kEpoch[0]);
 }
 
-TEST_F(GpsReceiver, AGarbageReceiverSendsNoiseAtLineSpeed)
+TEST_F(GpsReceiver, AGarbageReceiverSendsNoiseAtItsOwnSpeedFromTheStart)
 {
-    auto gps = make({.sentences = kEpoch, .garbage = true, .garbage_seed = 7});
+    auto noisy = [this](uint32_t seed) {
+        auto gps = make({.sentences = kEpoch});
+        gps->misbehave({.mode = sim::Misbehaviour::Mode::Garbage, .garbage_seed = seed});
+        return gps;
+    };
+    auto gps = noisy(7);
     gps->receive(as_bytes("$PMTK000*32\r\n"), 0);
     const std::vector<Piece> sent = pieces(*gps, kSecond);
-    ASSERT_EQ(sent.size(), 60u);
+    ASSERT_EQ(sent.size(), 61u) << "16 bytes every 16 byte-times at 9600 baud, the first at once";
+    for (size_t n = 0; n < sent.size(); ++n) {
+        EXPECT_EQ(sent[n].when, static_cast<sim::Nanos>(n) * kPiece) << "piece " << n;
+        EXPECT_EQ(sent[n].bytes.size(), 16u);
+    }
     const std::string noise = joined(sent);
     EXPECT_EQ(noise.find("$GP"), std::string::npos);
     EXPECT_EQ(noise.find("PMTK001"), std::string::npos) << "and no acknowledgement";
-    auto again = make({.sentences = kEpoch, .garbage = true, .garbage_seed = 7});
-    EXPECT_EQ(joined(pieces(*again, kSecond)), noise) << "the same noise for the same seed";
-    auto other = make({.sentences = kEpoch, .garbage = true, .garbage_seed = 8});
-    EXPECT_NE(joined(pieces(*other, kSecond)), noise);
+    EXPECT_EQ(joined(pieces(*noisy(7), kSecond)), noise) << "the same noise for the same seed";
+    EXPECT_NE(joined(pieces(*noisy(8), kSecond)), noise);
 }
 
 TEST_F(GpsReceiver, OnALineSetToAnotherSpeedTheProductReadsEightBitNoise)
@@ -563,11 +599,12 @@ sentences = ["$GPGSV,1,1,00*79"]
 cold_sentences = ["$GPRMC,,V,,,,,,,,,,N*53"]
 cold_start_ms = 30
 chunk = 25
+bad_checksum = 1
 )",
                                      "receiver.toml", ".");
     restart();
     const int fd = open_raw(B9600);
-    EXPECT_EQ(read_exactly(fd, 25), "$GPRMC,,V,,,,,,,,,,N*53\r\n");
+    EXPECT_EQ(read_exactly(fd, 25), "$GPRMC,,V,,,,,,,,,,N*54\r\n") << "its first sentence spoiled";
     EXPECT_EQ(read_exactly(fd, 25).substr(0, 18), "$GPGSV,1,1,00*79\r\n");
     close(fd);
 }
@@ -587,8 +624,12 @@ INSTANTIATE_TEST_SUITE_P(
         clitest::ScenarioMistake{
             "UnknownKey", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nbaudrate = 9600\n",
             "bad.toml:3: ports./dev/ttyC0.baudrate: unknown key (expected one of: peer, absent, open_errno, "
-            "log, sentences, follow_mode, acknowledge, cold_start_ms, cold_sentences, silent, garbage, "
-            "garbage_seed, baud, chunk)"},
+            "log, sentences, follow_mode, acknowledge, cold_start_ms, cold_sentences, baud, chunk, mode, "
+            "trickle_gap_ms, garbage_every_ms, garbage_chunk, garbage_seed, hang_up_after, hang_up_at_ms, "
+            "bad_checksum, oversize)"},
+        clitest::ScenarioMistake{
+            "NoLengthToMakeTooLong", "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\noversize = 2\n",
+            "bad.toml:3: ports./dev/ttyC0.oversize: the GPS receiver sends no length field to make too long"},
         clitest::ScenarioMistake{
             "LogAndSentences",
             "[ports.\"/dev/ttyC0\"]\npeer = \"gps\"\nlog = \"a.log\"\nsentences = [\"$A\"]\n",

@@ -1,7 +1,7 @@
 // The simulated peripheral hub: reading the product's frames, channels and rates, routing to the
-// devices behind its ports, acknowledgements, silence, frames wrong on purpose, and its scenario
-// keys. Most cases drive the peer directly on a line of known speed; the last ones go through a
-// real pty as the product would.
+// devices behind its ports and to the peripheral box on its own port, acknowledgements, silence,
+// frames wrong on purpose, and its scenario keys. Most cases drive the peer directly on a line of
+// known speed; the last ones go through a real pty as the product would.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -16,6 +16,7 @@
 #include "core/clock.h"
 #include "devices/serial.h"
 #include "hub_wire.h"
+#include "peripherals/box.h"
 #include "peripherals/hub.h"
 #include "peripherals/scripted_peer.h"
 #include "scenario/scenario.h"
@@ -223,29 +224,57 @@ TEST_F(Hub, ASilentHubSendsNothingOfItsOwnButScheduledFramesStillGo)
 {
     sim::ScriptedPeer *gps = device_at(sim::kHubPortGps);
     gps->add_rule({text("?"), text("!")});
+    hub.add_device(sim::kHubPortBox, std::make_unique<sim::BoxPeer>(sim::BoxSetup{.temperature = 20}));
     hub.acknowledge(0);
-    hub.set_box_temperature(20);
-    hub.set_silent(true);
+    hub.misbehave({.mode = sim::Misbehaviour::Mode::Silent});
     hub.receive(hub_frame(sim::kHubPortGps, sim::kHubOpen), 0);
     hub.receive(hub_frame(sim::kHubPortGps, sim::kHubPass, text("?")), 0);
-    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature), 0);
     sim::HubFrame odd;
     odd.port = 0x1234;
     hub.send_frame(kSecond, odd);
     EXPECT_EQ(drain(hub, 2 * kSecond), hub_frame(0x1234, sim::kHubPass));
+    EXPECT_EQ(hub.messages(), 3u) << "the acknowledgement, the device's answer and the box's, all dropped";
 }
 
-TEST_F(Hub, ThePeripheralBoxSwitchesItsHeaterAndTellsItsTemperature)
+TEST_F(Hub, EveryFrameForTheBoxsPortGoesToTheBoxAsItStandsAndItsAnswerComesBackAsItIs)
 {
-    hub.set_box_temperature(0xF6);
-    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxHeaterPrepare, {0x00}), 0);
-    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubSetRate, {0x01}), 0);
-    EXPECT_TRUE(hub.box_heater_on());
-    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubSetRate, {0x00}), 0);
-    EXPECT_FALSE(hub.box_heater_on());
-    EXPECT_EQ(hub.channel_rate(sim::kHubPortBox), 0u) << "a one-byte payload is the heater, not a rate";
-    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
-    EXPECT_EQ(drain(hub, kSecond), hub_frame(sim::kHubPortBox, sim::kHubBoxRequest, {0xF6}));
+    auto box = std::make_unique<sim::BoxPeer>(sim::BoxSetup{.temperature = 0xF6});
+    sim::BoxPeer *kept = box.get();
+    hub.add_device(sim::kHubPortBox, std::move(box));
+    hub.acknowledge(0);
+    // The camera's channel commands for the box's port are the box's: the hub opens nothing,
+    // takes no rate and acknowledges none of them.
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubOpen), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubSetRate, big_endian_rate(115200)), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kBoxPrepareHeater, {0x00}), kMillisecond);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kBoxSwitchHeater, {sim::kBoxHeaterOn}), 2 * kMillisecond);
+    EXPECT_FALSE(hub.channel_open(sim::kHubPortBox));
+    EXPECT_EQ(hub.channel_rate(sim::kHubPortBox), 0u);
+    EXPECT_EQ(hub.next_send(), sim::kNever) << "nothing acknowledged";
+    EXPECT_TRUE(kept->heater_on());
+    ASSERT_EQ(kept->commands().size(), 4u);
+    EXPECT_EQ(kept->commands()[1].payload, big_endian_rate(115200));
+    EXPECT_EQ(kept->commands()[3].time, 2 * kMillisecond);
+    for (const sim::HeardFrame &frame : hub.heard())
+        EXPECT_TRUE(frame.delivered);
+
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature), 10 * kMillisecond);
+    const Bytes answer = hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature, {0xF6});
+    EXPECT_EQ(hub.next_send(), 10 * kMillisecond) << "the box answers at once";
+    EXPECT_TRUE(hub.take(10 * kMillisecond).empty()) << "the frame is only now going out";
+    EXPECT_EQ(hub.next_send(), 10 * kMillisecond + static_cast<sim::Nanos>(answer.size()) * byte_at(115200));
+    EXPECT_EQ(drain(hub, kSecond), answer);
+}
+
+TEST_F(Hub, WithoutABoxFramesForItsPortAreHeardAndGoUnanswered)
+{
+    hub.acknowledge(0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubOpen), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature), 0);
+    ASSERT_EQ(hub.heard().size(), 2u);
+    EXPECT_FALSE(hub.heard()[1].delivered);
+    EXPECT_EQ(hub.next_send(), sim::kNever);
 }
 
 TEST_F(Hub, FramesCanBeWrongInEveryFieldOnPurpose)
@@ -271,9 +300,10 @@ TEST_F(Hub, FramesCanBeWrongInEveryFieldOnPurpose)
 
 struct FaultRow {
     const char *name;
-    sim::HubFault fault;
+    std::optional<sim::HubFault> fault; // the hub's own
     std::optional<int64_t> value;
-    Bytes expected; // the first own frame: the box's answer {0x14} from port 5, command 7
+    sim::Misbehaviour how; // or the misbehaviour every peer has
+    Bytes expected;        // the first message: the box's answer {0x14} from port 5, command 7
 };
 
 // Rows show by name in test listings.
@@ -286,15 +316,18 @@ class HubFaults : public Hub, public ::testing::WithParamInterface<FaultRow>
 {
 };
 
-// The right answer is FE 00 05 01 00 05 07 14 00 21.
-TEST_P(HubFaults, SpoilTheNumberedFrameAndNoOther)
+// The right answer is FE 00 05 01 00 05 07 14 00 21; the box's answers pass through the hub as
+// its messages.
+TEST_P(HubFaults, SpoilTheNumberedMessageAndNoOther)
 {
-    hub.set_box_temperature(0x14);
-    hub.add_fault(1, GetParam().fault, GetParam().value);
-    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
-    hub.receive(hub_frame(sim::kHubPortBox, sim::kHubBoxRequest), 0);
+    hub.add_device(sim::kHubPortBox, std::make_unique<sim::BoxPeer>(sim::BoxSetup{.temperature = 0x14}));
+    if (GetParam().fault)
+        hub.add_fault(1, *GetParam().fault, GetParam().value);
+    hub.misbehave(GetParam().how);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature), 0);
+    hub.receive(hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature), 0);
     Bytes expected = GetParam().expected;
-    const Bytes right = hub_frame(sim::kHubPortBox, sim::kHubBoxRequest, {0x14});
+    const Bytes right = hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature, {0x14});
     ASSERT_EQ(right, (Bytes{0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}));
     expected.insert(expected.end(), right.begin(), right.end());
     EXPECT_EQ(drain(hub, kSecond), expected);
@@ -306,30 +339,60 @@ INSTANTIATE_TEST_SUITE_P(
         FaultRow{"BadHead",
                  sim::HubFault::BadHead,
                  {},
+                 {},
                  {0xFD, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}},
         FaultRow{"BadHeadGiven",
                  sim::HubFault::BadHead,
                  0x00,
+                 {},
                  {0x00, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}},
         FaultRow{"BadKind",
                  sim::HubFault::BadKind,
+                 {},
                  {},
                  {0xFE, 0x00, 0x05, 0x02, 0x00, 0x05, 0x07, 0x14, 0x00, 0x22}},
         FaultRow{"WrongPort",
                  sim::HubFault::WrongPort,
                  {},
+                 {},
                  {0xFE, 0x00, 0x05, 0x01, 0x00, 0x06, 0x07, 0x14, 0x00, 0x22}},
+        FaultRow{"WrongPortGiven",
+                 sim::HubFault::WrongPort,
+                 0x5B,
+                 {},
+                 {0xFE, 0x00, 0x05, 0x01, 0x00, 0x5B, 0x07, 0x14, 0x00, 0x77}},
+        FaultRow{
+            "Truncate", sim::HubFault::Truncate, {}, {}, {0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14}},
+        FaultRow{"TruncateGiven", sim::HubFault::Truncate, 3, {}, {0xFE, 0x00, 0x05}},
         FaultRow{"BadChecksum",
-                 sim::HubFault::BadChecksum,
                  {},
+                 {},
+                 {.bad_checksum = {1}},
                  {0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x22}},
-        FaultRow{"LongLength",
-                 sim::HubFault::LongLength,
+        FaultRow{"Oversize",
                  {},
+                 {},
+                 {.oversize = {1}},
                  {0xFE, 0x03, 0xFC, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x21}},
-        FaultRow{"Truncate", sim::HubFault::Truncate, {}, {0xFE, 0x00, 0x05, 0x01, 0x00, 0x05, 0x07, 0x14}},
-        FaultRow{"TruncateGiven", sim::HubFault::Truncate, 3, {0xFE, 0x00, 0x05}}),
+        FaultRow{"OversizeWithABadChecksum",
+                 {},
+                 {},
+                 {.bad_checksum = {1}, .oversize = {1}},
+                 {0xFE, 0x03, 0xFC, 0x01, 0x00, 0x05, 0x07, 0x14, 0x00, 0x22}}),
     [](const auto &info) { return std::string(info.param.name); });
+
+TEST_F(Hub, ItsOwnFaultsKeepARightChecksumRightButNotAWrongOne)
+{
+    Bytes spoiled = hub_frame(sim::kHubPortGps, sim::kHubPass, text("ab"));
+    spoiled.back() ^= 0x10;
+    Bytes expected = spoiled;
+    expected[3] = 0x02;
+    sim::spoil_hub_frame(spoiled, sim::HubFault::BadKind, {});
+    EXPECT_EQ(spoiled, expected) << "only the kind changed";
+    Bytes piece = {0xFE, 0x00, 0x05};
+    sim::spoil_hub_frame(piece, sim::HubFault::BadHead, {});
+    EXPECT_EQ(piece, (Bytes{0xFE, 0x00, 0x05})) << "a piece too short to be a frame is left alone";
+}
 
 // ---- Through a real pty, as the product uses it ------------------------------------------------
 
@@ -407,8 +470,8 @@ ack = true
 ack_delay_ms = 2
 ack_payload = "00"
 ack_port = 0
-box_temperature = 25
 max_payload = 1015
+bad_checksum = 3
 
 [ports."/dev/ttyC0".gps]
 peer = "script"
@@ -416,9 +479,13 @@ peer = "script"
 when_text = "?"
 answer_text = "!"
 
+[ports."/dev/ttyC0".box]
+peer = "box"
+temperature = 25
+
 [[ports."/dev/ttyC0".fault]]
 frame = 2
-fault = "bad_checksum"
+fault = "bad_kind"
 
 [[ports."/dev/ttyC0".frame]]
 at_ms = 500
@@ -434,19 +501,23 @@ payload_text = "odd"
     ASSERT_EQ(write(fd, open.data(), open.size()), static_cast<ssize_t>(open.size()));
     const Bytes ask = hub_frame(sim::kHubPortGps, sim::kHubPass, text("?"));
     ASSERT_EQ(write(fd, ask.data(), ask.size()), static_cast<ssize_t>(ask.size()));
-    // The acknowledgement from port 0, then the answer with its checksum spoiled (own frame 2),
-    // then the scheduled frame of kind 2.
+    const Bytes temperature = hub_frame(sim::kHubPortBox, sim::kBoxAskTemperature);
+    ASSERT_EQ(write(fd, temperature.data(), temperature.size()), static_cast<ssize_t>(temperature.size()));
+    // The acknowledgement from port 0 (message 1, it holds the line first), the box's answer
+    // with kind 2 (message 2, its checksum kept right), the GPS device's answer with its checksum
+    // spoiled (message 3), then the scheduled frame.
+    sim::HubFrame box_answer = sim::HubFrame::of(sim::kHubPortBox, sim::kBoxAskTemperature, {25});
+    box_answer.kind = 2;
     Bytes answer = hub_frame(sim::kHubPortGps, sim::kHubPass, text("!"));
     answer.back() += 1;
-    sim::HubFrame odd;
-    odd.port = 0x5C;
+    sim::HubFrame odd = sim::HubFrame::of(0x5C, sim::kHubPass, text("odd"));
     odd.kind = 2;
-    odd.payload = text("odd");
     Bytes expected = hub_frame(0x0000, sim::kHubOpen, {0x00});
-    expected.insert(expected.end(), answer.begin(), answer.end());
-    const Bytes scheduled = odd.bytes();
-    expected.insert(expected.end(), scheduled.begin(), scheduled.end());
+    for (const Bytes &next : {box_answer.bytes(), answer, odd.bytes()})
+        expected.insert(expected.end(), next.begin(), next.end());
     EXPECT_EQ(read_exactly(fd, expected.size()), expected);
+    EXPECT_EQ(sim::clock().now(),
+              500 * kMillisecond + static_cast<sim::Nanos>(odd.bytes().size()) * byte_at(115200));
     close(fd);
 }
 
@@ -465,18 +536,30 @@ INSTANTIATE_TEST_SUITE_P(
         clitest::ScenarioMistake{
             "UnknownKey", "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nacks = true\n",
             "bad.toml:3: ports./dev/ttyC0.acks: unknown key (expected one of: peer, absent, open_errno, "
-            "silent, ack, ack_delay_ms, ack_payload, ack_payload_text, ack_port, box_temperature, "
-            "max_payload, gps, rfid, zigbee, fault, frame)"},
+            "ack, ack_delay_ms, ack_payload, ack_payload_text, ack_port, max_payload, gps, rfid, zigbee, "
+            "box, fault, frame, mode, trickle_gap_ms, garbage_every_ms, garbage_chunk, garbage_seed, "
+            "hang_up_after, hang_up_at_ms, bad_checksum, oversize)"},
         clitest::ScenarioMistake{
             "UnknownFault",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nframe = 1\nfault = "
             "\"late\"\n",
-            "bad.toml:5: ports./dev/ttyC0.fault[0].fault: expected bad_head, bad_kind, wrong_port, "
-            "bad_checksum, long_length or truncate"},
+            "bad.toml:5: ports./dev/ttyC0.fault[0].fault: expected bad_head, bad_kind, wrong_port or "
+            "truncate"},
+        clitest::ScenarioMistake{
+            "AFaultEveryPeerHas",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nframe = 4\nfault = "
+            "\"long_length\"\n",
+            "bad.toml:5: ports./dev/ttyC0.fault[0].fault: every peer can do this: write oversize = 4 in the "
+            "hub's table"},
+        clitest::ScenarioMistake{
+            "FaultValueOutOfRange",
+            "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nframe = 1\nfault = "
+            "\"bad_head\"\nvalue = 256\n",
+            "bad.toml:6: ports./dev/ttyC0.fault[0].value: expected 0..255"},
         clitest::ScenarioMistake{
             "FaultWithoutFrame",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".fault]]\nfault = \"bad_head\"\n",
-            "bad.toml:3: ports./dev/ttyC0.fault[0].frame: expected the number of the hub's frame to spoil, "
+            "bad.toml:3: ports./dev/ttyC0.fault[0].frame: expected the number of the hub's message to spoil, "
             "from 1"},
         clitest::ScenarioMistake{
             "DeviceWithALineKey",
@@ -496,15 +579,19 @@ INSTANTIATE_TEST_SUITE_P(
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[ports.\"/dev/ttyC0\".gps]\npeer = \"script\"\nmood "
             "= \"silent\"\n",
             "bad.toml:5: ports./dev/ttyC0.gps.mood: unknown key (expected one of: peer, absent, "
-            "open_errno, mode, trickle_gap_ms, garbage_every_ms, garbage_chunk, garbage_seed, "
-            "hang_up_after, hang_up_at_ms, rule, announce)"},
+            "open_errno, rule, announce, mode, trickle_gap_ms, garbage_every_ms, garbage_chunk, "
+            "garbage_seed, hang_up_after, hang_up_at_ms, bad_checksum, oversize)"},
         clitest::ScenarioMistake{
             "FrameWithoutPort",
             "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\n[[ports.\"/dev/ttyC0\".frame]]\nat_ms = 3\n",
             "bad.toml:3: ports./dev/ttyC0.frame[0].port: a frame needs the port it comes from"},
-        clitest::ScenarioMistake{"ByteOutOfRange",
-                                 "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nbox_temperature = 300\n",
-                                 "bad.toml:3: ports./dev/ttyC0.box_temperature: expected 0..255"}),
+        clitest::ScenarioMistake{
+            "SilentAsAnOldKey", "[ports.\"/dev/ttyC0\"]\npeer = \"hub\"\nsilent = true\n",
+            "bad.toml:3: ports./dev/ttyC0.silent: unknown key (expected one of: peer, absent, "
+            "open_errno, ack, ack_delay_ms, ack_payload, ack_payload_text, ack_port, "
+            "max_payload, gps, rfid, zigbee, box, fault, frame, mode, trickle_gap_ms, "
+            "garbage_every_ms, garbage_chunk, garbage_seed, hang_up_after, hang_up_at_ms, "
+            "bad_checksum, oversize)"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 } // namespace

@@ -146,7 +146,7 @@ TEST_F(SerialPort, SilentPeerHearsButNeverAnswers)
 {
     hang_peer([](sim::ScriptedPeer &peer) {
         peer.add_rule({{'?'}, {'!'}});
-        peer.set_mode(sim::ScriptedPeer::Mode::Silent);
+        peer.misbehave({.mode = sim::Misbehaviour::Mode::Silent});
     });
     const int fd = open_link();
     write(fd, "?", 1);
@@ -157,7 +157,12 @@ TEST_F(SerialPort, SilentPeerHearsButNeverAnswers)
 
 TEST_F(SerialPort, GarbageFlowsWithoutBeingAskedAndIsTheSameEveryRun)
 {
-    hang_peer([](sim::ScriptedPeer &peer) { peer.set_garbage(10 * kMillisecond, 16, 7); });
+    hang_peer([](sim::ScriptedPeer &peer) {
+        peer.misbehave({.mode = sim::Misbehaviour::Mode::Garbage,
+                        .garbage_every = 10 * kMillisecond,
+                        .garbage_chunk = 16,
+                        .garbage_seed = 7});
+    });
     const int fd = open_link();
     const Bytes first = read_exactly(fd, 64);
     EXPECT_EQ(first.size(), 64u);
@@ -174,8 +179,7 @@ TEST_F(SerialPort, TrickleSendsTheAnswerOneByteAtATime)
 {
     hang_peer([](sim::ScriptedPeer &peer) {
         peer.add_rule({{'?'}, {'a', 'b', 'c', 'd'}});
-        peer.set_mode(sim::ScriptedPeer::Mode::Trickle);
-        peer.set_trickle_gap(400 * kMillisecond);
+        peer.misbehave({.mode = sim::Misbehaviour::Mode::Trickle, .trickle_gap = 400 * kMillisecond});
     });
     const int fd = open_link();
     write(fd, "?", 1);
@@ -188,7 +192,7 @@ TEST_F(SerialPort, TrickleSendsTheAnswerOneByteAtATime)
 
 TEST_F(SerialPort, HangUpLeavesTheProductWithAnErrorNotAHang)
 {
-    hang_peer([](sim::ScriptedPeer &peer) { peer.hang_up_after(2); });
+    hang_peer([](sim::ScriptedPeer &peer) { peer.misbehave({.hang_up_after = 2}); });
     const int fd = open_link();
     write(fd, "ab", 2);
     EXPECT_EQ(wait_readable(fd, 5 * kSecond), 1) << "a hung-up line reads as ready";

@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -379,7 +381,7 @@ open_errno = "EBUSY"
     EXPECT_TRUE(read.ports.at("/dev/ttyS1").present);
     auto normal = read.ports.at("/dev/ttyS1").make_peer();
     ASSERT_NE(normal, nullptr);
-    EXPECT_EQ(normal->next_send(), 100 * sim::kMillisecond + 5 * byte) << "the announcement";
+    EXPECT_EQ(normal->next_send(), 100 * sim::kMillisecond) << "the announcement is due";
     normal->receive(text_bytes("PING"), 0);
     const sim::Nanos pong = 20 * sim::kMillisecond + 4 * byte;
     EXPECT_EQ(normal->next_send(), pong);
@@ -499,6 +501,47 @@ TEST_F(ScenarioFiles, DefaultScenarioLoads)
     EXPECT_EQ(read.commands.at("cat /proc/driver/sensortype").output, "IMX290\n");
 }
 
+// Every TOML example of sim/scenarios/README.md loads as it stands, given the files it names: the
+// example folder sits two levels below a folder that holds the repository's tests/data, as
+// sim/scenarios does, and holds the two files the files and commands examples read.
+TEST(ScenarioReadme, EveryExampleLoads)
+{
+    namespace fs = std::filesystem;
+    std::ifstream readme(std::string(CLIDRIVER_SOURCE_DIR) + "/sim/scenarios/README.md");
+    ASSERT_TRUE(readme.good());
+    std::vector<std::string> examples;
+    std::string line, block;
+    bool inside = false;
+    while (std::getline(readme, line)) {
+        if (!inside && line == "```toml") {
+            inside = true;
+            block.clear();
+        } else if (inside && line == "```") {
+            inside = false;
+            examples.push_back(block);
+        } else if (inside) {
+            block += line + "\n";
+        }
+    }
+    ASSERT_GE(examples.size(), 12u) << "the examples of every section";
+
+    char pattern[] = "/tmp/clidriver-readme-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    const fs::path root = pattern;
+    const fs::path folder = root / "sim" / "scenarios";
+    fs::create_directories(folder / "epon");
+    fs::create_directories(folder / "usb");
+    fs::create_directories(root / "tests");
+    fs::create_directory_symlink(fs::path(CLIDRIVER_SOURCE_DIR) / "tests" / "data", root / "tests" / "data");
+    std::ofstream(folder / "epon" / "releasever-107.txt") << "V1.0.7\n";
+    std::ofstream(folder / "usb" / "only-c811.txt") << "Bus 001 Device 002: ID 0bda:c811\n";
+    for (const std::string &example : examples) {
+        SCOPED_TRACE(example);
+        EXPECT_EQ(clitest::scenario_error(example, folder.string()), "");
+    }
+    fs::remove_all(root);
+}
+
 TEST_F(ScenarioFiles, FileNamesInAScenarioAreRelativeToIt)
 {
     make("camera.toml", "[files]\n\"/program/factory/version\" = { from = \"version.txt\" }\n");
@@ -551,10 +594,12 @@ const Mistake kMistakes[] = {
      "bad.toml:2: files./etc/x.contents: unknown key (expected one of: content, from, absent, open_errno)"},
     {"from a file that does not exist", "[files]\n\"/etc/x\" = { from = \"missing.txt\" }\n",
      "bad.toml:2: files./etc/x.from: cannot read {dir}/missing.txt"},
+    {"content given twice", "[files]\n\"/etc/x\" = { content = \"a\", from = \"v.txt\" }\n",
+     "bad.toml:2: files./etc/x.from: give content or from, not both"},
     {"from a folder", "[commands]\n\"lsusb\" = { from = \".\" }\n",
      "bad.toml:2: commands.lsusb.from: cannot read {dir}/."},
     {"unknown peer kind", "[ports.\"/dev/ttyS1\"]\npeer = \"modem\"\n",
-     "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps)"},
+     "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps, box)"},
     {"peer option on a port without a peer", "[ports.\"/dev/ttyS1\"]\nmode = \"silent\"\n",
      "bad.toml:2: ports./dev/ttyS1.mode: unknown key (expected one of: absent, open_errno)"},
     {"unknown peer mode", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\nmode = \"chatty\"\n",
@@ -562,6 +607,12 @@ const Mistake kMistakes[] = {
     {"rule without its bytes",
      "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\n\n[[ports.\"/dev/ttyS1\".rule]]\nanswer_text = \"x\"\n",
      "bad.toml:4: ports./dev/ttyS1.rule[0].when: a rule needs the bytes it answers (when or when_text)"},
+    {"rule with its bytes given twice",
+     "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\n[[ports.\"/dev/ttyS1\".rule]]\nwhen = \"01\"\nwhen_text = "
+     "\"a\"\n",
+     "bad.toml:5: ports./dev/ttyS1.rule[0].when_text: give when or when_text, not both"},
+    {"time before boot", "[wifi]\nfirst_arrival_ms = -5\n",
+     "bad.toml:2: wifi.first_arrival_ms: expected a time in milliseconds, 0 or more"},
     {"request without number", "[[devices.\"/dev/cpld_drv\".request]]\nsize = 4\n",
      "bad.toml:1: devices./dev/cpld_drv.request[0].number: every request needs its number"},
     {"second request without number",

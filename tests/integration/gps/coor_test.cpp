@@ -213,7 +213,7 @@ TEST_F(GpsTest, EachTryReadsWhatTheReceiverSentAfterTheFlush)
 
 TEST_F(GpsTest, ASilentReceiverFailsTheFirstReadAtOnce)
 {
-    hang_receiver({.sentences = {kRmc}, .silent = true});
+    hang_receiver({.sentences = {kRmc}}, {.mode = sim::Misbehaviour::Mode::Silent});
     rs_init();
     const Call call = run([] { return CLI_GetGpsCoor(0); });
     EXPECT_EQ(call.status, 1);
@@ -251,7 +251,7 @@ TEST_F(GpsTest, AReceiverAtAnotherRateGivesNoiseAndTheTriesRunOut)
 
 TEST_F(GpsTest, NoiseOnTheLineIsReportedAsFarAsItReadsAsText)
 {
-    hang_receiver({.garbage = true, .garbage_seed = 11});
+    hang_receiver({}, {.mode = sim::Misbehaviour::Mode::Garbage, .garbage_seed = 11});
     rs_init();
     const Call call = run([] { return CLI_GetGpsCoor(2); });
     EXPECT_EQ(call.status, 1);

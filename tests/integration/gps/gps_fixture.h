@@ -206,22 +206,29 @@ inline std::vector<std::string> blocks_on_the_line(const Call &call, bool flush,
 class GpsTest : public clitest::SimTest
 {
   protected:
-    // A receiver straight on the link.
-    void hang_receiver(const sim::GpsSetup &setup)
+    // A receiver straight on the link, misbehaving as `how` says.
+    void hang_receiver(const sim::GpsSetup &setup, const sim::Misbehaviour &how = {})
     {
-        scenario().ports[kLink].make_peer = [setup] { return std::make_unique<sim::GpsPeer>(setup); };
+        scenario().ports[kLink].make_peer = [setup, how] { return receiver_of(setup, how); };
         restart();
     }
 
     // A hub on the link with the receiver behind its GPS port.
-    void hang_hub_with_receiver(const sim::GpsSetup &setup)
+    void hang_hub_with_receiver(const sim::GpsSetup &setup, const sim::Misbehaviour &how = {})
     {
-        scenario().ports[kLink].make_peer = [setup] {
+        scenario().ports[kLink].make_peer = [setup, how] {
             auto hub = std::make_unique<sim::HubPeer>();
-            hub->add_device(sim::kHubPortGps, std::make_unique<sim::GpsPeer>(setup));
+            hub->add_device(sim::kHubPortGps, receiver_of(setup, how));
             return hub;
         };
         restart();
+    }
+
+    static std::unique_ptr<sim::GpsPeer> receiver_of(const sim::GpsSetup &setup, const sim::Misbehaviour &how)
+    {
+        auto gps = std::make_unique<sim::GpsPeer>(setup);
+        gps->misbehave(how);
+        return gps;
     }
 
     // What the camera's shell does at start-up: its serial port list and the link table.

@@ -159,7 +159,7 @@ TEST_F(GpsBehindTheHub, AcknowledgementsFromTheHubsOwnPortArePassedOver)
 
 TEST_F(GpsBehindTheHub, ASilentReceiverBehindTheHubFailsTheReadAndTheChannelIsClosed)
 {
-    hang_hub_with_receiver({.silent = true});
+    hang_hub_with_receiver({}, {.mode = sim::Misbehaviour::Mode::Silent});
     rs_init();
     declare_hub(kHubRate);
     const Call call = run([] { return CLI_GetGpsCoor(1); });

@@ -122,7 +122,7 @@ TEST_F(GpsTest, WithoutAFlushTheFirstBlockHoldsWhatCameWhileTheModeWasSet)
 
 TEST_F(GpsTest, ASilentReceiverFailsTheSatelliteQueryAtOnce)
 {
-    hang_receiver({.silent = true});
+    hang_receiver({}, {.mode = sim::Misbehaviour::Mode::Silent});
     rs_init();
     const Call call = run([] { return CLI_GetGpsSatellite(2); });
     EXPECT_EQ(call.status, 1);

@@ -6,12 +6,14 @@
 
 #include <unistd.h>
 
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "clidriver/clidriver.h"
 #include "link_fixture.h"
+#include "peripherals/box.h"
 
 namespace
 {
@@ -507,7 +509,7 @@ TEST_F(HubReceive, TheHubsOwnFaultsOnDeviceDataAreCaughtToo)
         gps->announce(100 * kMillisecond, text("first"));
         gps->announce(200 * kMillisecond, text("second"));
         hub.add_device(kGps, std::move(gps));
-        hub.add_fault(1, sim::HubFault::BadChecksum);
+        hub.misbehave({.bad_checksum = {1}});
     });
     int fd = open_link(COM_TYPE_GPS);
     GuardedBuffer buffer;
@@ -607,7 +609,7 @@ TEST_P(HubReceiveTimeouts, ASilentHubFailsAfterTheTypesTimeOut)
 {
     hang_hub([](sim::HubPeer &hub) {
         hub.acknowledge(0);
-        hub.set_silent(true);
+        hub.misbehave({.mode = sim::Misbehaviour::Mode::Silent});
     });
     int fd = open_link(COM_TYPE_GPS);
     GuardedBuffer buffer;
@@ -652,7 +654,9 @@ TEST_F(HubReceive, EachTypeListensOnItsOwnPort)
 
 TEST_F(HubReceive, ThePeripheralBoxAnswersItsTemperatureRequest)
 {
-    hang_hub([](sim::HubPeer &hub) { hub.set_box_temperature(0xF6); });
+    hang_hub([](sim::HubPeer &hub) {
+        hub.add_device(sim::kHubPortBox, std::make_unique<sim::BoxPeer>(sim::BoxSetup{.temperature = 0xF6}));
+    });
     int fd = open_link(COM_TYPE_HUB);
     ASSERT_EQ(CLI_ComSend(fd, COM_TYPE_HUB, nullptr, 0, 7), 0u);
     GuardedBuffer buffer;

@@ -255,8 +255,7 @@ TEST_F(Treadn, EachWaitGetsTheWholeTimeOutAgainSoATrickleReadsOnAndOn)
 {
     hang_device([](sim::ScriptedPeer &peer) {
         peer.add_rule({text("?"), text("abcd")});
-        peer.set_mode(sim::ScriptedPeer::Mode::Trickle);
-        peer.set_trickle_gap(400 * kMillisecond);
+        peer.misbehave({.mode = sim::Misbehaviour::Mode::Trickle, .trickle_gap = 400 * kMillisecond});
     });
     const int fd = open_raw_link();
     ASSERT_EQ(write(fd, "?", 1), 1);
@@ -357,7 +356,7 @@ TEST_F(Treadn, APipeWhoseWriterClosedEndsTheReadInsteadOfSpinning)
 
 TEST_F(Treadn, ALineThatHungUpEndsTheReadInsteadOfSpinning)
 {
-    hang_device([](sim::ScriptedPeer &peer) { peer.hang_up_after(1); });
+    hang_device([](sim::ScriptedPeer &peer) { peer.misbehave({.hang_up_after = 1}); });
     const int fd = open_raw_link();
     ASSERT_EQ(write(fd, "x", 1), 1);
     GuardedBuffer buffer;

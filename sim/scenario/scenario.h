@@ -19,6 +19,15 @@
 namespace sim
 {
 
+// What the camera's platform has done before its command shell starts. A shell on the simulated
+// camera does the same before the first command (unless asked to leave the library bare).
+struct Startup {
+    bool product_record = true;                // CLI_GetProductAllVersion: the product type is stored
+    bool serial_ports = true;                  // CLI_RsInit on the shell's port list: the link's line, GPS
+    std::optional<uint32_t> hub;               // the hub declared on the link, at this line speed
+    std::map<uint32_t, uint32_t> link_devices; // link type -> speed: devices declared present
+};
+
 struct Scenario {
     std::string source; // the file it was read from, for messages
     uint32_t product_type = 0;
@@ -32,6 +41,7 @@ struct Scenario {
     WirelessScript wireless;
     CaptureScript capture;
     ThreadScript threads;
+    Startup startup;
 };
 
 // A scenario file that cannot be used; what() names the file, line and key.

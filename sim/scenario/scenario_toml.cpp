@@ -256,6 +256,25 @@ void read_threads(const Section &threads, Scenario &scenario)
     scenario.threads.err = threads.error_number("errno").value_or(EAGAIN);
 }
 
+// Serial speeds a platform may declare on the peripheral link.
+constexpr int64_t kSlowestRate = 300;
+constexpr int64_t kFastestRate = 4000000;
+
+void read_startup(const Section &startup, Scenario &scenario)
+{
+    startup.only({"product_record", "serial_ports", "hub", "gps", "rfid", "zigbee"});
+    Startup &done = scenario.startup;
+    done.product_record = startup.boolean("product_record").value_or(true);
+    done.serial_ports = startup.boolean("serial_ports").value_or(true);
+    if (auto rate = startup.integer_in("hub", kSlowestRate, kFastestRate))
+        done.hub = static_cast<uint32_t>(*rate);
+    // Link types as the library numbers them: 1 ZigBee, 2 GPS, 3 RFID.
+    const std::pair<const char *, uint32_t> devices[] = {{"zigbee", 1}, {"gps", 2}, {"rfid", 3}};
+    for (const auto &[key, type] : devices)
+        if (auto rate = startup.integer_in(key, kSlowestRate, kFastestRate))
+            done.link_devices[type] = static_cast<uint32_t>(*rate);
+}
+
 std::string directory_of(const std::string &path)
 {
     const auto slash = path.rfind('/');
@@ -288,7 +307,7 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
     Scenario scenario;
     scenario.source = source_name;
     const Section top(root, "", source_name, base_dir);
-    top.only({"camera", "platform", "files", "commands", "devices", "ports", "wifi", "threads"});
+    top.only({"camera", "startup", "platform", "files", "commands", "devices", "ports", "wifi", "threads"});
     if (auto camera = top.table("camera"))
         read_camera(*camera, scenario);
     if (auto platform = top.table("platform"))
@@ -305,6 +324,8 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
         read_wifi(*wifi, scenario);
     if (auto threads = top.table("threads"))
         read_threads(*threads, scenario);
+    if (auto startup = top.table("startup"))
+        read_startup(*startup, scenario);
     return scenario;
 }
 

@@ -489,6 +489,26 @@ TEST_F(ScenarioFiles, ThreadsSection)
     EXPECT_EQ(plain.threads.err, EAGAIN);
 }
 
+TEST_F(ScenarioFiles, StartupSection)
+{
+    const sim::Scenario plain = parse("");
+    EXPECT_TRUE(plain.startup.product_record) << "a camera's platform always stores its product record";
+    EXPECT_TRUE(plain.startup.serial_ports);
+    EXPECT_FALSE(plain.startup.hub.has_value()) << "no hub unless the scenario fits one";
+    EXPECT_TRUE(plain.startup.link_devices.empty());
+
+    const sim::Scenario traffic =
+        parse("[startup]\nhub = 115200\nrfid = 9600\nzigbee = 38400\ngps = 4800\nproduct_record = false\n");
+    EXPECT_FALSE(traffic.startup.product_record);
+    EXPECT_TRUE(traffic.startup.serial_ports);
+    EXPECT_EQ(traffic.startup.hub, std::optional<uint32_t>(115200));
+    const std::map<uint32_t, uint32_t> declared = {{1, 38400}, {2, 4800}, {3, 9600}}; // ZigBee, GPS, RFID
+    EXPECT_EQ(traffic.startup.link_devices, declared);
+
+    const sim::Scenario bare = parse("[startup]\nserial_ports = false\n");
+    EXPECT_FALSE(bare.startup.serial_ports);
+}
+
 TEST_F(ScenarioFiles, DefaultScenarioLoads)
 {
     const sim::Scenario read = sim::load_scenario(sim::default_scenario_path());
@@ -564,7 +584,8 @@ struct Mistake {
 
 const Mistake kMistakes[] = {
     {"unknown top-level key", "[camera]\nname = \"x\"\n\n[cameras]\nname = \"y\"\n",
-     "bad.toml:4: cameras: unknown key (expected one of: camera, platform, files, commands, devices, ports, "
+     "bad.toml:4: cameras: unknown key (expected one of: camera, startup, platform, files, commands, "
+     "devices, ports, "
      "wifi, threads)"},
     {"top-level key that is not a table", "camera = 3\n", "bad.toml:1: camera: expected a table"},
     {"unknown key in camera", "[camera]\nproduct = 1\n",
@@ -655,6 +676,14 @@ const Mistake kMistakes[] = {
     {"unknown key in wifi", "[wifi]\nchanel_errors = []\n",
      "bad.toml:2: wifi.chanel_errors: unknown key (expected one of: interface, capture, first_arrival_ms, "
      "open_error, fail_compile, fail_setfilter, dispatch_errors, channel_errors, socket_errno)"},
+    {"unknown key in startup", "[startup]\nhub_rate = 115200\n",
+     "bad.toml:2: startup.hub_rate: unknown key (expected one of: product_record, serial_ports, hub, gps, "
+     "rfid, "
+     "zigbee)"},
+    {"startup speed out of range", "[startup]\nrfid = 0\n",
+     "bad.toml:2: startup.rfid: expected 300..4000000"},
+    {"startup flag that is not true or false", "[startup]\nserial_ports = 1\n",
+     "bad.toml:2: startup.serial_ports: expected true or false"},
     {"unknown key in threads", "[threads]\nfail = 1\n",
      "bad.toml:2: threads.fail: unknown key (expected one of: fail_next, errno)"},
 };

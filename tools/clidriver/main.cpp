@@ -54,10 +54,14 @@ int main(int argc, char **argv)
 #if CLIDRIVER_SHELL_SIMULATED
     std::string scenario = CLIDRIVER_SCENARIO_DIR "/default.toml";
     bool trace = false;
+    bool bare = false;
     app.add_option("--scenario", scenario, "The simulated camera to run on (a TOML scenario)")
         ->type_name("FILE")
         ->capture_default_str();
     app.add_flag("--trace", trace, "Print what the commands do to the simulated camera, with simulated time");
+    app.add_flag("--bare", bare,
+                 "Leave the library as loaded: skip the camera's start-up (product record, serial set-up, "
+                 "link devices) that the scenario states");
 #endif
     app.prefix_command(); // everything from the command on is the command's, "-1" included
 
@@ -98,6 +102,8 @@ int main(int argc, char **argv)
         return 2;
     }
     hooks = shell::simulated::hooks();
+    if (!bare)
+        shell::simulated::run_startup(trace ? stdout : nullptr);
     if (trace)
         shell::simulated::trace_to(stdout);
 #endif

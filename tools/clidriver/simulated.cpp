@@ -1,5 +1,9 @@
 #include "simulated.h"
 
+#include "clidriver/clidriver.h"
+
+#include <functional>
+
 #include "core/clock.h"
 #include "core/journal.h"
 #include "core/sim.h"
@@ -10,10 +14,60 @@
 namespace shell::simulated
 {
 
+namespace
+{
+
+sim::Startup g_startup;
+
+// The shell's serial port list: it lives as long as the shell, as on the camera.
+CliSerialPort g_astPorts[3];
+
+} // namespace
+
 void start(const std::string &scenario_path, FILE *console)
 {
     const sim::Scenario scenario = sim::load_scenario(scenario_path);
     sim::start(scenario);
+    sim::platform().set_console(console);
+    g_startup = scenario.startup;
+}
+
+void run_startup(FILE *trace)
+{
+    FILE *const console = sim::platform().console();
+    sim::platform().set_console(nullptr);
+    const auto step = [&](const char *what, const std::function<long long()> &call) {
+        sim::journal().clear();
+        const long long status = call();
+        if (trace == nullptr)
+            return;
+        for (const sim::Entry &entry : sim::journal().select(sim::Kind::Print)) {
+            std::string line = entry.text;
+            while (!line.empty() && line.back() == '\n')
+                line.pop_back();
+            fprintf(trace, "~ %s startup: %s\n", format_simulated(entry.time).c_str(), line.c_str());
+        }
+        fprintf(trace, "~ %s startup: %s => %lld\n", format_simulated(sim::clock().now()).c_str(), what,
+                status);
+    };
+    if (g_startup.product_record)
+        step("CLI_GetProductAllVersion", [] { return static_cast<long long>(CLI_GetProductAllVersion()); });
+    if (g_startup.serial_ports)
+        step("CLI_RsInit", [] { return static_cast<long long>(CLI_RsInit(g_astPorts)); });
+    // The platform declares what it fits on the link by writing the link's table, as a camera's
+    // start-up does.
+    const auto declare = [&](uint32_t type, uint32_t rate, const char *name) {
+        gastComCap.astDev[type].ulSupport = 1;
+        gastComCap.astDev[type].ulRate = rate;
+        if (trace != nullptr)
+            fprintf(trace, "~ %s startup: %s declared on the link at %u baud\n",
+                    format_simulated(sim::clock().now()).c_str(), name, rate);
+    };
+    if (g_startup.hub)
+        declare(COM_TYPE_HUB, *g_startup.hub, "hub");
+    for (const auto &[type, rate] : g_startup.link_devices)
+        declare(type, rate, type == COM_TYPE_ZIGBEE ? "ZigBee" : type == COM_TYPE_GPS ? "GPS" : "RFID");
+    sim::journal().clear();
     sim::platform().set_console(console);
 }
 

@@ -15,6 +15,13 @@ namespace shell::simulated
 // Throws sim::ScenarioError, whose message names the file, line and key.
 void start(const std::string &scenario_path, FILE *console);
 
+// Does what the camera's platform does before its shell starts, as the scenario states it (the
+// product record, the serial set-up, the hub and devices declared on the peripheral link), so the
+// first command finds the library as on a camera. Nothing of it reaches the console; with
+// `trace`, each step and each line it printed show as trace lines:
+//     ~ 0.000000 s startup: CLI_RsInit => 0
+void run_startup(FILE *trace);
+
 // Simulated time for --timing and the summary; the journal is dropped after each command so a
 // long session does not grow.
 Hooks hooks();

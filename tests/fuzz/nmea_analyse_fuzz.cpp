@@ -1,13 +1,14 @@
 // A GPS receiver is outside our control: whatever sentence it sends, CLI_InfoAnalyse must end,
 // stay inside its field table and the sentence (handed over in a buffer of exactly its size, its
 // terminating zero included, so a read past it shows under ASan), leave the sentence as it was,
-// and say exactly what the reading rules say, checked against a plain model of them written here:
-// fields split at commas up to '*' or the end, 31 characters each, nothing after the 32nd field.
+// and say exactly what the reading rules say, checked against the tests' own model of them
+// (tests/support/nmea_model.h): fields split at commas up to '*' or the end, 31 characters each,
+// nothing after the 32nd field; a number read as the camera's atoi reads it; angles shown with
+// the point two places left.
 //
 // Input: byte 0 chooses the mode (even: position, odd: a number), byte 1 the field (240 and above
 // stand for indexes near the top of the 32-bit range), the rest is the sentence from its address
 // on. Standard output, where the position and "Coordinate Info illegal" are echoed, is read back.
-#include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -19,12 +20,12 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "nmea_model.h"
 
 namespace
 {
 
-constexpr size_t kFields = 32;
-constexpr size_t kFieldChars = 31;
+using clitest::kNmeaFields;
 
 int g_out = -1;      // standard output while the parser runs, read back after each input
 int g_real_out = -1; // the harness's own standard output, back after each input
@@ -37,48 +38,13 @@ std::vector<std::string> g_messages;
     abort();
 }
 
-std::vector<std::string> model_fields(const std::string &sentence)
-{
-    std::vector<std::string> fields(1);
-    for (const char c : sentence) {
-        if (c == '*' || c == '\0')
-            break;
-        if (c == ',') {
-            if (fields.size() == kFields)
-                break;
-            fields.emplace_back();
-        } else if (fields.back().size() < kFieldChars) {
-            fields.back() += c;
-        }
-    }
-    fields.resize(kFields);
-    return fields;
-}
-
-// ddmm.mmmm as shown: the point two places left, every other point dropped; refused (empty, with
-// its own line) when the first point stands before index 3.
+// The angle as shown, or empty with the refusal's own line.
 std::string model_angle(const std::string &angle, std::vector<std::string> &messages)
 {
-    const size_t point = angle.find('.');
-    if (point != std::string::npos && point < 3) {
-        messages.push_back("error date " + angle + "\n");
-        return "";
-    }
     std::string shown;
-    for (const char c : angle)
-        if (c != '.')
-            shown += c;
-    if (point != std::string::npos)
-        shown.insert(point - 2, ".");
+    if (!clitest::nmea_shown_angle(angle, shown))
+        messages.push_back("error date " + angle + "\n");
     return shown;
-}
-
-uint32_t model_number(const std::string &text)
-{
-    const long value = strtol(text.c_str(), nullptr, 10);
-    return static_cast<uint32_t>(static_cast<int>(value > INT_MAX   ? INT_MAX
-                                                  : value < INT_MIN ? INT_MIN
-                                                                    : value));
 }
 
 std::string read_back()
@@ -133,7 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         memcpy(sentence, data + 2, length);
     sentence[length] = '\0';
     const std::string before(sentence, length + 1);
-    const std::vector<std::string> fields = model_fields(sentence);
+    const std::vector<std::string> fields = clitest::nmea_fields(sentence);
 
     g_messages.clear();
     fflush(stdout);
@@ -151,11 +117,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::string echoed;
     uint32_t expected_result = 0;
     if (number_mode) {
-        const uint32_t expected = field < kFields ? model_number(fields[field]) : 0;
+        const uint32_t expected = field < kNmeaFields ? clitest::nmea_number(fields[field]) : 0;
         if (number != expected)
             broken("another number", std::to_string(expected), std::to_string(number));
     } else {
-        bool legal = field <= kFields - 4;
+        bool legal = field <= kNmeaFields - 4;
         for (size_t i = 1; i <= 9; ++i)
             legal = legal && !fields[i].empty();
         if (!legal) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "nmea_model.h"
 
 namespace
 {
@@ -66,20 +67,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     free(source);
     free(destination);
 
-    const size_t point = text.find('.');
     std::string expected(text.size() + 1, '\0');
     std::vector<std::string> messages;
     uint32_t expected_result = 0;
-    if (point != std::string::npos && point < 3) {
+    std::string digits;
+    if (!clitest::nmea_shown_angle(text, digits)) {
         expected_result = 1;
         messages.push_back("error date " + text + "\n");
     } else {
-        std::string digits;
-        for (const char c : text)
-            if (c != '.')
-                digits += c;
-        if (point != std::string::npos)
-            digits.insert(point - 2, ".");
         expected.replace(0, digits.size(), digits);
     }
     if (result != expected_result)

@@ -9,7 +9,6 @@
 // Input: byte 0 chooses the mode (even: position, odd: a number), byte 1 the field (240 and above
 // stand for indexes near the top of the 32-bit range), the rest is the sentence from its address
 // on. Standard output, where the position and "Coordinate Info illegal" are echoed, is read back.
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "message_sink.h"
 #include "nmea_model.h"
 
 namespace
@@ -29,7 +29,6 @@ using clitest::kNmeaFields;
 
 int g_out = -1;      // standard output while the parser runs, read back after each input
 int g_real_out = -1; // the harness's own standard output, back after each input
-std::vector<std::string> g_messages;
 
 [[noreturn]] void broken(const char *what, const std::string &expected, const std::string &seen)
 {
@@ -60,22 +59,6 @@ std::string read_back()
 
 } // namespace
 
-// The platform's print sink: each line formatted whole, its message (after the level) kept.
-extern "C" int Cli_Common_Print(const char *format, ...)
-{
-    char line[8192];
-    va_list args;
-    va_start(args, format);
-    const int n = vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    if (n < 0 || static_cast<size_t>(n) >= sizeof line)
-        broken("a diagnostic line that does not format", "", "");
-    const std::string whole(line, static_cast<size_t>(n));
-    const size_t level = whole.find("--[");
-    g_messages.push_back(level == std::string::npos ? whole : whole.substr(level + 9));
-    return n;
-}
-
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     fflush(stdout);
@@ -101,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string before(sentence, length + 1);
     const std::vector<std::string> fields = clitest::nmea_fields(sentence);
 
-    g_messages.clear();
+    fuzz_messages().clear();
     fflush(stdout);
     if (ftruncate(g_out, 0) != 0 || lseek(g_out, 0, SEEK_SET) != 0 || dup2(g_out, STDOUT_FILENO) < 0)
         abort();
@@ -144,11 +127,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         broken("another result", std::to_string(expected_result), std::to_string(result));
     if (out != echoed)
         broken("another echo", echoed, out);
-    if (g_messages != messages) {
+    if (fuzz_messages() != messages) {
         std::string expected_lines, seen_lines;
         for (const std::string &line : messages)
             expected_lines += line;
-        for (const std::string &line : g_messages)
+        for (const std::string &line : fuzz_messages())
             seen_lines += line;
         broken("other diagnostic lines", expected_lines, seen_lines);
     }

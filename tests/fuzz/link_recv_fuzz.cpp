@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "clidriver/clidriver.h"
+#include "hub_wire.h"
 
 #ifndef LINK_SHAPE
 #error "LINK_SHAPE selects the receive shape: 0 hub, 1 GPS, 2 RFID, 3 ZigBee"
@@ -26,7 +27,7 @@ namespace
 constexpr size_t kBuffer = 1024;
 constexpr uint32_t kUntouched = 0xA5A5A5A5u;
 constexpr size_t kMaxStream = 60000; // below a pipe's capacity: the write never blocks
-constexpr uint16_t kPorts[COM_TYPE_COUNT] = {0x0005, 0x005D, 0x005B, 0x005C};
+using clitest::kHubPortOf;
 
 char g_line[2048];
 
@@ -106,7 +107,7 @@ void check(uint32_t type, const uint8_t *stream, size_t size, uint32_t result, c
         broken("a message stored with a failure, or longer than the buffer");
     switch (LINK_SHAPE) {
     case 0:
-        if (length > 1015 || !hub_frame_in(stream, size, kPorts[type], out, length))
+        if (length > 1015 || !hub_frame_in(stream, size, kHubPortOf[type], out, length))
             broken("a hub message that was not a good frame from the type's port");
         break;
     case 1:

@@ -1,14 +1,14 @@
 // A GPS receiver is outside our control: whatever sentence it sends, CLI_InfoAnalyse must end,
 // stay inside its field table and the sentence (handed over in a buffer of exactly its size, its
 // terminating zero included, so a read past it shows under ASan), leave the sentence as it was,
-// and say exactly what the reading rules say, checked against a plain model of them written here:
-// fields split at commas up to '*' or the end, 31 characters each, nothing after the 32nd field.
+// and say exactly what the reading rules say, checked against the tests' own model of them
+// (tests/support/nmea_model.h): fields split at commas up to '*' or the end, 31 characters each,
+// nothing after the 32nd field; a number read as the camera's atoi reads it; angles shown with
+// the point two places left.
 //
 // Input: byte 0 chooses the mode (even: position, odd: a number), byte 1 the field (240 and above
 // stand for indexes near the top of the 32-bit range), the rest is the sentence from its address
 // on. Standard output, where the position and "Coordinate Info illegal" are echoed, is read back.
-#include <climits>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,16 +19,16 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "message_sink.h"
+#include "nmea_model.h"
 
 namespace
 {
 
-constexpr size_t kFields = 32;
-constexpr size_t kFieldChars = 31;
+using clitest::kNmeaFields;
 
 int g_out = -1;      // standard output while the parser runs, read back after each input
 int g_real_out = -1; // the harness's own standard output, back after each input
-std::vector<std::string> g_messages;
 
 [[noreturn]] void broken(const char *what, const std::string &expected, const std::string &seen)
 {
@@ -37,48 +37,13 @@ std::vector<std::string> g_messages;
     abort();
 }
 
-std::vector<std::string> model_fields(const std::string &sentence)
-{
-    std::vector<std::string> fields(1);
-    for (const char c : sentence) {
-        if (c == '*' || c == '\0')
-            break;
-        if (c == ',') {
-            if (fields.size() == kFields)
-                break;
-            fields.emplace_back();
-        } else if (fields.back().size() < kFieldChars) {
-            fields.back() += c;
-        }
-    }
-    fields.resize(kFields);
-    return fields;
-}
-
-// ddmm.mmmm as shown: the point two places left, every other point dropped; refused (empty, with
-// its own line) when the first point stands before index 3.
+// The angle as shown, or empty with the refusal's own line.
 std::string model_angle(const std::string &angle, std::vector<std::string> &messages)
 {
-    const size_t point = angle.find('.');
-    if (point != std::string::npos && point < 3) {
-        messages.push_back("error date " + angle + "\n");
-        return "";
-    }
     std::string shown;
-    for (const char c : angle)
-        if (c != '.')
-            shown += c;
-    if (point != std::string::npos)
-        shown.insert(point - 2, ".");
+    if (!clitest::nmea_shown_angle(angle, shown))
+        messages.push_back("error date " + angle + "\n");
     return shown;
-}
-
-uint32_t model_number(const std::string &text)
-{
-    const long value = strtol(text.c_str(), nullptr, 10);
-    return static_cast<uint32_t>(static_cast<int>(value > INT_MAX   ? INT_MAX
-                                                  : value < INT_MIN ? INT_MIN
-                                                                    : value));
 }
 
 std::string read_back()
@@ -93,22 +58,6 @@ std::string read_back()
 }
 
 } // namespace
-
-// The platform's print sink: each line formatted whole, its message (after the level) kept.
-extern "C" int Cli_Common_Print(const char *format, ...)
-{
-    char line[8192];
-    va_list args;
-    va_start(args, format);
-    const int n = vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    if (n < 0 || static_cast<size_t>(n) >= sizeof line)
-        broken("a diagnostic line that does not format", "", "");
-    const std::string whole(line, static_cast<size_t>(n));
-    const size_t level = whole.find("--[");
-    g_messages.push_back(level == std::string::npos ? whole : whole.substr(level + 9));
-    return n;
-}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
@@ -133,9 +82,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         memcpy(sentence, data + 2, length);
     sentence[length] = '\0';
     const std::string before(sentence, length + 1);
-    const std::vector<std::string> fields = model_fields(sentence);
+    const std::vector<std::string> fields = clitest::nmea_fields(sentence);
 
-    g_messages.clear();
+    fuzz_messages().clear();
     fflush(stdout);
     if (ftruncate(g_out, 0) != 0 || lseek(g_out, 0, SEEK_SET) != 0 || dup2(g_out, STDOUT_FILENO) < 0)
         abort();
@@ -151,11 +100,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::string echoed;
     uint32_t expected_result = 0;
     if (number_mode) {
-        const uint32_t expected = field < kFields ? model_number(fields[field]) : 0;
+        const uint32_t expected = field < kNmeaFields ? clitest::nmea_number(fields[field]) : 0;
         if (number != expected)
             broken("another number", std::to_string(expected), std::to_string(number));
     } else {
-        bool legal = field <= kFields - 4;
+        bool legal = field <= kNmeaFields - 4;
         for (size_t i = 1; i <= 9; ++i)
             legal = legal && !fields[i].empty();
         if (!legal) {
@@ -178,11 +127,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         broken("another result", std::to_string(expected_result), std::to_string(result));
     if (out != echoed)
         broken("another echo", echoed, out);
-    if (g_messages != messages) {
+    if (fuzz_messages() != messages) {
         std::string expected_lines, seen_lines;
         for (const std::string &line : messages)
             expected_lines += line;
-        for (const std::string &line : g_messages)
+        for (const std::string &line : fuzz_messages())
             seen_lines += line;
         broken("other diagnostic lines", expected_lines, seen_lines);
     }

@@ -6,7 +6,6 @@
 // and one placed two places left of where the first stood.
 //
 // Input: the source text (up to its first zero byte, if any).
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -15,11 +14,11 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "message_sink.h"
+#include "nmea_model.h"
 
 namespace
 {
-
-std::vector<std::string> g_messages;
 
 [[noreturn]] void broken(const char *what, const std::string &expected, const std::string &seen)
 {
@@ -29,23 +28,6 @@ std::vector<std::string> g_messages;
 }
 
 } // namespace
-
-// The platform's print sink: each line formatted whole, its message (after the level) kept.
-extern "C" int Cli_Common_Print(const char *format, ...)
-{
-    char line[4096];
-    va_list args;
-    va_start(args, format);
-    const int n = vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    if (n < 0)
-        broken("a diagnostic line that does not format", "", "");
-    const std::string whole(line,
-                            static_cast<size_t>(n) < sizeof line ? static_cast<size_t>(n) : sizeof line - 1);
-    const size_t level = whole.find("--[");
-    g_messages.push_back(level == std::string::npos ? whole : whole.substr(level + 9));
-    return n;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
@@ -58,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string text(source);
     char *destination = static_cast<char *>(calloc(text.size() + 1, 1));
 
-    g_messages.clear();
+    fuzz_messages().clear();
     const uint32_t result = CLI_StringConvert(destination, source);
     const std::string shown(destination, text.size() + 1);
     if (std::string(source) != text)
@@ -66,28 +48,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     free(source);
     free(destination);
 
-    const size_t point = text.find('.');
     std::string expected(text.size() + 1, '\0');
     std::vector<std::string> messages;
     uint32_t expected_result = 0;
-    if (point != std::string::npos && point < 3) {
+    std::string digits;
+    if (!clitest::nmea_shown_angle(text, digits)) {
         expected_result = 1;
         messages.push_back("error date " + text + "\n");
     } else {
-        std::string digits;
-        for (const char c : text)
-            if (c != '.')
-                digits += c;
-        if (point != std::string::npos)
-            digits.insert(point - 2, ".");
         expected.replace(0, digits.size(), digits);
     }
     if (result != expected_result)
         broken("another result", std::to_string(expected_result), std::to_string(result));
     if (shown != expected)
         broken("another text", expected, shown);
-    if (g_messages != messages)
+    if (fuzz_messages() != messages)
         broken("other diagnostic lines", messages.empty() ? "" : messages[0],
-               g_messages.empty() ? "" : g_messages[0]);
+               fuzz_messages().empty() ? "" : fuzz_messages()[0]);
     return 0;
 }

@@ -6,8 +6,26 @@
 #include <cstdint>
 #include <vector>
 
+#include "clidriver/clidriver.h"
+
 namespace clitest
 {
+
+// The ports of the devices behind the hub, as its frames carry them.
+constexpr uint16_t kHubPortBox = 0x0005;    // the hub itself and its peripheral box
+constexpr uint16_t kHubPortZigbee = 0x005D; // the ZigBee coordinator
+constexpr uint16_t kHubPortGps = 0x005B;    // the GPS receiver
+constexpr uint16_t kHubPortRfid = 0x005C;   // the RFID reader
+
+// The port behind the hub of each link type, indexed by COM_TYPE_*.
+constexpr uint16_t kHubPortOf[COM_TYPE_COUNT] = {kHubPortBox, kHubPortZigbee, kHubPortGps, kHubPortRfid};
+static_assert(kHubPortOf[COM_TYPE_GPS] == kHubPortGps && kHubPortOf[COM_TYPE_RFID] == kHubPortRfid);
+
+// The hub's commands in the camera's frames.
+constexpr uint8_t kHubPass = 3;    // the payload goes to the device on the port
+constexpr uint8_t kHubOpen = 4;    // open the device's channel
+constexpr uint8_t kHubClose = 5;   // close the device's channel
+constexpr uint8_t kHubSetRate = 6; // the device's rate, four bytes high first
 
 // FE, L = n + 4 (two bytes, high first), 01, port (two bytes), command, the n payload bytes, and
 // the low 16 bits of the sum of the L bytes from the 01 on (high first).

@@ -82,7 +82,9 @@ void SimTest::run_captured(const std::function<void()> &call, Call &result)
 {
     const uint64_t first = sim::journal().next_seq();
     const sim::Nanos start = sim::clock().now();
-    const Captured io = capture_output(call);
+    const shell::Captured io = shell::capture_output(call);
+    if (!io.captured)
+        ADD_FAILURE() << "standard output and standard error could not be captured";
     result.out = io.out;
     result.err = io.err;
     result.waited = sim::clock().now() - start;

@@ -18,8 +18,8 @@
 namespace
 {
 
-using clitest::capture_output;
 using clitest::printed;
+using shell::capture_output;
 
 // "LEVEL function: text" of every line printed since the last clear, without the final newline.
 std::vector<std::string> messages()
@@ -351,7 +351,7 @@ TEST_P(InfoAnalyseNumber, ReadsTheFieldAsANumberSilently)
     const NumberRow &row = GetParam();
     std::string sentence = row.sentence;
     uint32_t number = 0xA5A5A5A5u;
-    const clitest::Captured io =
+    const shell::Captured io =
         capture_output([&] { EXPECT_EQ(CLI_InfoAnalyse(sentence.data(), row.field, &number), 0u); });
     EXPECT_EQ(number, row.number);
     EXPECT_TRUE(printed().empty());
@@ -408,7 +408,7 @@ TEST_P(InfoAnalysePosition, ShowsThePositionOrSaysWhyNot)
     const PositionRow &row = GetParam();
     std::string sentence = row.sentence;
     uint32_t result = 99;
-    const clitest::Captured io =
+    const shell::Captured io =
         capture_output([&] { result = CLI_InfoAnalyse(sentence.data(), row.field, nullptr); });
     EXPECT_EQ(result, row.result);
     EXPECT_EQ(messages(), row.messages);

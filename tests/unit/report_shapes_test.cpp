@@ -11,8 +11,8 @@ void report_from_unit_without_slash();
 namespace
 {
 
-using clitest::capture_output;
 using clitest::printed;
+using shell::capture_output;
 
 class ReportShapes : public ::testing::Test
 {

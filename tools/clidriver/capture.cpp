@@ -26,7 +26,7 @@ bool OutputCapture::redirect(Stream &stream, int target)
     return true;
 }
 
-std::string OutputCapture::restore(Stream &stream)
+std::string OutputCapture::restore(Stream &stream) const
 {
     std::string text;
     if (stream.target < 0)
@@ -39,7 +39,7 @@ std::string OutputCapture::restore(Stream &stream)
         text.append(buffer, static_cast<size_t>(n));
     close(stream.file);
     // Shown now on the console the command would have written to.
-    for (size_t done = 0; done < text.size();) {
+    for (size_t done = 0; show_afterwards_ && done < text.size();) {
         const ssize_t n = write(stream.target, text.data() + done, text.size() - done);
         if (n <= 0)
             break;
@@ -78,6 +78,16 @@ OutputCapture::~OutputCapture()
 {
     std::string out, err;
     end(out, err);
+}
+
+Captured capture_output(const std::function<void()> &call)
+{
+    Captured result;
+    OutputCapture capture(false);
+    result.captured = capture.begin();
+    call();
+    capture.end(result.out, result.err);
+    return result;
 }
 
 } // namespace shell

@@ -52,14 +52,19 @@ int row_line(const std::string &name)
     return -1;
 }
 
+// The shell's fixed list holds 145 commands, counted here where the list is written.
+#define CLI_COMMAND(...) +1
+constexpr size_t kListedCommands = 0
+#include "clidriver/commands.def"
+    ;
+static_assert(kListedCommands == 145, "the shell's fixed command list has 145 commands");
+
+// The model table: three rows of two 32-bit words.
+static_assert(sizeof gastCamTypeList == 24, "gastCamTypeList holds three rows of two words");
+
 class Defaults : public clitest::SimTest
 {
 };
-
-TEST_F(Defaults, TheListHas145Commands)
-{
-    EXPECT_EQ(kDefaults.size(), 145u);
-}
 
 TEST_F(Defaults, EveryStandardDefaultAnswersUnsupportUnderItsOwnName)
 {
@@ -207,7 +212,6 @@ TEST_F(Defaults, PlatformInitIsStrongSilentAndSucceeds)
 
 TEST_F(Defaults, CamTypeTableHasItsThreeRows)
 {
-    EXPECT_EQ(sizeof gastCamTypeList, 24u);
     EXPECT_EQ(gastCamTypeList[0].ulCamType, 0x02012A00u);
     EXPECT_EQ(gastCamTypeList[0].ulPairedCode, 0xA006u);
     EXPECT_EQ(gastCamTypeList[1].ulCamType, 0x02012A01u);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "../serial/fault_injection.h"
+#include "fault_injection.h"
 #include "gps_fixture.h"
 #include "nmea_sentence.h"
 
@@ -129,11 +129,11 @@ TEST_P(GetGpsCoor, ReadsBlocksUntilAPositionSentenceAndShowsIt)
     rs_init();
     const Call call = run([&] { return CLI_GetGpsCoor(row.mode); });
 
-    const Reads reads = reads_of(true, kBlockTime, row.tries);
     Lines expected = {cmd_line(row.mode)};
     for (int k = 0; k < row.tries; ++k) {
-        expected.push_back(" INFO CLI_GetGpsCoor: " +
-                           c_text(row.blocks[static_cast<size_t>(reads.pieces[k] - 1) % row.blocks.size()]));
+        expected.push_back(
+            " INFO CLI_GetGpsCoor: " +
+            c_text(row.blocks[static_cast<size_t>(kPositionBlock[k] - 1) % row.blocks.size()]));
         if (k + 1 < row.tries || row.result == kGiveUp) {
             expected.push_back(" INFO CLI_GetGpsCoor: Left " + std::to_string(5 - k) + " chance to try");
             expected.push_back(cmd_line(row.mode));
@@ -146,7 +146,7 @@ TEST_P(GetGpsCoor, ReadsBlocksUntilAPositionSentenceAndShowsIt)
     EXPECT_EQ(call.err, row.err);
 
     const bool gave_up = row.result == kGiveUp;
-    EXPECT_EQ(call.waited, reads.ends.back() + (gave_up ? kAfterMiss : 0));
+    EXPECT_EQ(call.waited, kPositionEnd[row.tries - 1] + (gave_up ? kAfterMiss : 0));
     const size_t settings = 1 + static_cast<size_t>(gave_up ? row.tries : row.tries - 1);
     std::vector<Bytes> expected_writes;
     for (size_t i = 0; i < settings; ++i) {
@@ -165,12 +165,14 @@ INSTANTIATE_TEST_SUITE_P(Table, GetGpsCoor, ::testing::ValuesIn(kCoorRows),
 
 TEST_F(GpsTest, SixTriesCostHalfAMinuteOfSimulatedTime)
 {
-    // A real receiver's pace: 16 bytes at a time, a block read takes 64 of them.
+    // A real receiver's pace: 16 bytes at a time, 16 x 1,041,666 ns = 16,666,656 ns a piece, and
+    // a read of 1024 bytes takes 64 pieces. The first try flushes at 4 s (240.0003 pieces), reads
+    // pieces 241 to 304 and ends at 304 pieces; each miss sleeps 4 s more, so every try ends 304
+    // pieces after the one before: the sixth at 1824 pieces, and the command gives up 4 s later.
     hang_receiver({.sentences = {kGsv, "$GPZDA,202640.000,13,04,2015,,*54"}});
     rs_init();
     const Call call = run([] { return CLI_GetGpsCoor(0); });
-    const Reads reads = reads_of(true, 16 * byte_time(9600), 6, 64);
-    EXPECT_EQ(call.waited, reads.ends.back() + kAfterMiss);
+    EXPECT_EQ(call.waited, 6 * 304 * (16 * kByteAt9600) + 4 * kSecond);
     EXPECT_GT(call.waited, 34 * kSecond);
     EXPECT_LT(call.waited, 35 * kSecond);
     std::vector<sim::Nanos> expected_sleeps = {2 * kSecond, kSecond, kSecond};
@@ -206,7 +208,7 @@ TEST_F(GpsTest, EachTryReadsWhatTheReceiverSentAfterTheFlush)
     EXPECT_EQ(blocks[0].find("PMTK001"), std::string::npos)
         << "the receiver's answers came within a second of the questions and went with the flush";
     EXPECT_EQ(messages[2], " INFO CLI_InfoAnalyse: " + kGgaShown);
-    EXPECT_EQ(call.waited, reads_of(true, 16 * byte_time(9600), 1, 64).ends[0]);
+    EXPECT_EQ(call.waited, 304 * (16 * kByteAt9600)) << "pieces of 16 bytes: the read ends at piece 304";
 }
 
 // ---- Receivers that do not help ---------------------------------------------------------------
@@ -246,7 +248,7 @@ TEST_F(GpsTest, AReceiverAtAnotherRateGivesNoiseAndTheTriesRunOut)
     }
     EXPECT_EQ(messages.back(), kGiveUp.back());
     EXPECT_EQ(call.err, console("CLI_GetGpsCoor", "Get Coordinate failed,please check rate"));
-    EXPECT_EQ(call.waited, reads_of(true, kBlockTime, 6).ends.back() + kAfterMiss);
+    EXPECT_EQ(call.waited, kPositionEnd[5] + kAfterMiss);
 }
 
 TEST_F(GpsTest, NoiseOnTheLineIsReportedAsFarAsItReadsAsText)
@@ -274,8 +276,6 @@ TEST_F(GpsTest, AColdReceiverIsWaitedForByTheTries)
     hang_receiver(setup);
     rs_init();
     const Call call = run([] { return CLI_GetGpsCoor(0); });
-    const Reads reads = reads_of(true, kBlockTime, 3);
-    EXPECT_EQ(reads.pieces, (std::vector<int64_t>{4, 8, 12}));
     EXPECT_EQ(call.messages(), (Lines{cmd_line(0), " INFO CLI_GetGpsCoor: " + designed_block({kGsv}),
                                       " INFO CLI_GetGpsCoor: Left 5 chance to try", cmd_line(0),
                                       " INFO CLI_GetGpsCoor: " + designed_block({kGsv}),
@@ -284,7 +284,7 @@ TEST_F(GpsTest, AColdReceiverIsWaitedForByTheTries)
                                       " INFO CLI_InfoAnalyse: " + kRmcShown}));
     EXPECT_EQ(call.status, 0);
     EXPECT_EQ(call.out, kRmcShown + "\r\n");
-    EXPECT_EQ(call.waited, reads.ends.back());
+    EXPECT_EQ(call.waited, kPositionEnd[2]);
 }
 
 TEST_F(GpsTest, AColdSilentReceiverFailsTheFirstRead)
@@ -350,7 +350,7 @@ TEST_P(GpsLinkFailsAtOpen, ReportsOpenComFailAndKeepsOnlyTheDescriptorTheLinkLef
     const int point = GetParam();
     hang_receiver(designed_receiver({designed_block({kGsv})}));
     rs_init();
-    serialtest::faults().tcgetattr.arm(point - 1, 1);
+    clitest::faults().tcgetattr.arm(point - 1, 1);
     allow_left_open(point == 1 ? clitest::LeftOpen::PeripheralLinkAfterRate
                                : clitest::LeftOpen::GpsLinkAfterReopen);
     const Call call = run([] { return CLI_GetGpsCoor(0); });
@@ -367,10 +367,9 @@ TEST_P(GpsLinkFailsAtOpen, ReportsOpenComFailAndKeepsOnlyTheDescriptorTheLinkLef
                             "tcgetattr:: Input/output error\n" +
                             "[src/cli_libfun.cpp CLI_ComOpen]: CLI_SetRsRate call failed\r\n" +
                             console("CLI_GetGpsCoor", "open com fail"));
-    const sim::Nanos expected =
-        point == 1   ? 0
-        : point == 2 ? 2 * kSecond
-                     : reads_of(true, kBlockTime, static_cast<int>(misses)).ends.back() + kAfterMiss;
+    const sim::Nanos expected = point == 1   ? 0
+                                : point == 2 ? 2 * kSecond
+                                             : kPositionEnd[misses - 1] + kAfterMiss;
     EXPECT_EQ(call.waited, expected);
     EXPECT_EQ(call.of(sim::Kind::Open, kLink).size(), static_cast<size_t>(point));
     EXPECT_EQ(call.of(sim::Kind::Close, kLink).size(), static_cast<size_t>(point - 1))

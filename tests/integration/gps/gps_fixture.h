@@ -1,7 +1,8 @@
 // What the GPS tests share: the camera with a receiver on the peripheral link (straight on the
 // line or behind the hub), the link table filled as the shell's start-up does, blocks of designed
-// sentences, and a reading of the journal that says which bytes each try of a query could read:
-// the receiver's pieces after the try's flush (position) or after the link was reopened
+// sentences with the blocks and times each try reads, worked out by hand from the line rate and
+// the block size, and a reading of the journal that says which bytes each try of a query could
+// read: the receiver's pieces after the try's flush (position) or after the link was reopened
 // (satellites). Nothing here uses the library's own code to work out an expected answer.
 #pragma once
 
@@ -18,6 +19,7 @@
 #include "core/time.h"
 #include "devices/serial.h"
 #include "hub_wire.h"
+#include "link_fixture.h"
 #include "peripherals/gps.h"
 #include "peripherals/hub.h"
 #include "sim_fixture.h"
@@ -25,13 +27,25 @@
 namespace gpstest
 {
 
+using clitest::Bytes;
+using clitest::bytes_of;
 using clitest::Call;
+using clitest::hub_frame;
+using clitest::kByteAt115200;
+using clitest::kByteAt9600;
+using clitest::kHubClose;
+using clitest::kHubOpen;
+using clitest::kHubPass;
+using clitest::kHubPortGps;
+using clitest::kHubPortRfid;
+using clitest::kHubPortZigbee;
+using clitest::kHubSetRate;
+using clitest::kLink;
+using clitest::text_of;
 using sim::kMillisecond;
 using sim::kSecond;
-using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<std::string>;
 
-constexpr const char *kLink = "/dev/ttyC0";
 constexpr const char *kSource = "src/cli_libfun.cpp";
 
 // What CLI_ComRecv reads from a receiver straight on the line, and the bytes that must follow a
@@ -39,26 +53,31 @@ constexpr const char *kSource = "src/cli_libfun.cpp";
 constexpr size_t kBlock = 1024;
 constexpr size_t kTail = 128;
 
-// Ports behind the hub, and the hub's commands.
-constexpr uint16_t kHubGps = 0x005B;
-constexpr uint16_t kHubRfid = 0x005C;
-constexpr uint16_t kHubZigbee = 0x005D;
-constexpr uint8_t kPass = 3, kOpen = 4, kClose = 5, kRate = 6;
-
-// One byte on the line at `baud`: ten bits, whole nanoseconds.
-constexpr sim::Nanos byte_time(unsigned baud)
-{
-    return 10 * kSecond / baud;
-}
-
-// A whole block of the query's buffer on the line at 9600 baud; a designed receiver hands over a
-// block at a time.
-constexpr sim::Nanos kBlockTime = static_cast<sim::Nanos>(kBlock) * byte_time(9600);
+// A designed receiver's 1024-byte block on the line at 9600 baud: 1024 x 1,041,666 ns =
+// 1,066,665,984 ns. The receiver is hung at boot, so block n is whole n blocks after it.
+constexpr sim::Nanos kBlockAt9600 = 1024 * kByteAt9600;
 
 // The sleeps of a query before its first try: 2 s before the reopen, 1 s after each of the two
 // receiver sentences. A miss costs 2 s of mode setting and 2 s before the reopen.
 constexpr sim::Nanos kBeforeFirstTry = 4 * kSecond;
 constexpr sim::Nanos kAfterMiss = 4 * kSecond;
+
+// The tries of a query against a designed receiver at 9600 baud: which block each reads (counted
+// from 1 after boot; block i of a receiver's list of n is played as blocks i + 1, i + 1 + n, ...)
+// and when its read ends.
+//   Position: the first try flushes at 4 s, within block 4 (3.75 blocks), and reads block 4,
+//   whole at 4 x 1,066,665,984 ns. A miss sleeps 4 s more, 3.75 blocks, so try k flushes within
+//   block 4k and reads it, ending at 4k blocks.
+//   Satellites: no flush. The first try reopened the link at 2 s, within block 2 (1.875 blocks),
+//   and reads block 2, which waits in the line: it ends at 4 s, when the try starts. Try 2
+//   reopens at 8 s (7.5 blocks) and reads block 8, ending at 8 blocks; from then on try k reads
+//   block 4k as the position query does.
+constexpr int kPositionBlock[6] = {4, 8, 12, 16, 20, 24};
+constexpr sim::Nanos kPositionEnd[6] = {4 * kBlockAt9600,  8 * kBlockAt9600,  12 * kBlockAt9600,
+                                        16 * kBlockAt9600, 20 * kBlockAt9600, 24 * kBlockAt9600};
+constexpr int kSatelliteBlock[6] = {2, 8, 12, 16, 20, 24};
+constexpr sim::Nanos kSatelliteEnd[6] = {4 * kSecond,       8 * kBlockAt9600,  12 * kBlockAt9600,
+                                         16 * kBlockAt9600, 20 * kBlockAt9600, 24 * kBlockAt9600};
 
 // The search-mode command each mode sends, written out by hand.
 inline const char *mode_command(uint32_t mode)
@@ -73,16 +92,6 @@ inline std::string cmd_line(uint32_t mode)
     return std::string(" INFO CLI_SetGpsMode: Cmd:") + mode_command(mode);
 }
 
-inline Bytes bytes_of(const std::string &text)
-{
-    return Bytes(text.begin(), text.end());
-}
-
-inline std::string text_of(const Bytes &bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
-
 // A text as C reads it: up to its first zero byte.
 inline std::string c_text(const std::string &bytes)
 {
@@ -93,8 +102,6 @@ inline std::string console(const std::string &function, const std::string &text)
 {
     return "[ERROR]:" + text + "\t@[" + kSource + " " + function + "]\r\n";
 }
-
-using clitest::hub_frame;
 
 // `sentences`, each ended with CR LF, then filler sentences that carry none of the sentence types
 // the queries look for, up to exactly `size` bytes. The filler is a proprietary sentence of the
@@ -144,33 +151,6 @@ inline sim::GpsSetup designed_receiver(const std::vector<std::string> &blocks)
     return setup;
 }
 
-// Which pieces the tries of a query read from a receiver on the line, and when each read ended:
-// the position query reads from the first piece after its flush, the satellite query from the
-// first piece after the link was reopened (whatever arrived meanwhile waits in the line), and a
-// read takes `per_block` pieces. `piece` is the time between pieces, `delivery` what a piece then
-// takes to reach the product (the hub's framing). Each try after a miss starts kAfterMiss after
-// the previous read ended. The receiver must have been hung on the line at time 0.
-struct Reads {
-    std::vector<int64_t> pieces; // the first piece of each read, counted from 1 after boot
-    std::vector<sim::Nanos> ends;
-};
-
-inline Reads reads_of(bool flush, sim::Nanos piece, int tries, int64_t per_block = 1, sim::Nanos delivery = 0)
-{
-    Reads reads;
-    sim::Nanos start = kBeforeFirstTry;
-    sim::Nanos reopened = 2 * kSecond;
-    for (int i = 0; i < tries; ++i) {
-        const int64_t n = (flush ? start : reopened) / piece + 1;
-        const sim::Nanos end = std::max(start, (n + per_block - 1) * piece + delivery);
-        reads.pieces.push_back(n);
-        reads.ends.push_back(end);
-        start = end + kAfterMiss;
-        reopened = start;
-    }
-    return reads;
-}
-
 // What a query's tries could read, worked out from the journal: the pieces the receiver put on
 // the line (journaled when the product's port received them) after the link was last opened and,
 // for the position query, after the try's flush, which comes when the product returns from the
@@ -203,25 +183,19 @@ inline std::vector<std::string> blocks_on_the_line(const Call &call, bool flush,
     return blocks;
 }
 
-class GpsTest : public clitest::SimTest
+class GpsTest : public clitest::LinkTest
 {
   protected:
     // A receiver straight on the link, misbehaving as `how` says.
     void hang_receiver(const sim::GpsSetup &setup, const sim::Misbehaviour &how = {})
     {
-        scenario().ports[kLink].make_peer = [setup, how] { return receiver_of(setup, how); };
-        restart();
+        hang([setup, how] { return receiver_of(setup, how); });
     }
 
     // A hub on the link with the receiver behind its GPS port.
     void hang_hub_with_receiver(const sim::GpsSetup &setup, const sim::Misbehaviour &how = {})
     {
-        scenario().ports[kLink].make_peer = [setup, how] {
-            auto hub = std::make_unique<sim::HubPeer>();
-            hub->add_device(sim::kHubPortGps, receiver_of(setup, how));
-            return hub;
-        };
-        restart();
+        hang_hub([setup, how](sim::HubPeer &hub) { hub.add_device(kHubPortGps, receiver_of(setup, how)); });
     }
 
     static std::unique_ptr<sim::GpsPeer> receiver_of(const sim::GpsSetup &setup, const sim::Misbehaviour &how)
@@ -245,8 +219,6 @@ class GpsTest : public clitest::SimTest
         gastComCap.astDev[COM_TYPE_HUB].ulRate = rate;
     }
 
-    static sim::Port *line() { return sim::serial_ports().port(kLink); }
-
     static sim::GpsPeer *receiver()
     {
         sim::Port *port = line();
@@ -254,25 +226,9 @@ class GpsTest : public clitest::SimTest
             return nullptr;
         if (auto *gps = dynamic_cast<sim::GpsPeer *>(port->peer()))
             return gps;
-        if (auto *hub = dynamic_cast<sim::HubPeer *>(port->peer()))
-            return dynamic_cast<sim::GpsPeer *>(hub->device(sim::kHubPortGps));
+        if (auto *behind = hub())
+            return dynamic_cast<sim::GpsPeer *>(behind->device(kHubPortGps));
         return nullptr;
-    }
-
-    static std::vector<Bytes> writes(const Call &call)
-    {
-        std::vector<Bytes> result;
-        for (const sim::Entry &entry : call.of(sim::Kind::SerialWrite, kLink))
-            result.push_back(entry.bytes);
-        return result;
-    }
-
-    static std::vector<sim::Nanos> sleeps(const Call &call)
-    {
-        std::vector<sim::Nanos> result;
-        for (const sim::Entry &entry : call.of(sim::Kind::Sleep))
-            result.push_back(entry.values.at(0));
-        return result;
     }
 };
 

@@ -21,12 +21,6 @@ const std::string kRmcShown = "Longitude:W 121.188515\nLatitude:N 44.041306";
 const std::string kGga = "$GPGGA,110518.000,5709.8067,N,00207.2822,W,1,08,1.0,59.3,M,48.2,M,,0000*77";
 const std::string kGsv = "$GPGSV,3,1,12,09,88,089,31,07,60,281,44,23,55,123,33,10,44,274,32*78";
 
-// A payload of `size` bytes takes this long on the hub's line once framed.
-constexpr sim::Nanos framed(size_t size)
-{
-    return static_cast<sim::Nanos>(size + 9) * byte_time(kHubRate);
-}
-
 class GpsBehindTheHub : public GpsTest
 {
   protected:
@@ -42,16 +36,16 @@ class GpsBehindTheHub : public GpsTest
     static std::vector<Bytes> frames_of_one_try(uint32_t mode)
     {
         const Bytes rate = clitest::big_endian_rate(9600);
-        return {hub_frame(kHubGps, kOpen),
-                hub_frame(kHubGps, kRate, rate),
-                hub_frame(kHubRfid, kClose),
-                hub_frame(kHubZigbee, kClose),
-                hub_frame(kHubGps, kClose),
-                hub_frame(kHubGps, kOpen),
-                hub_frame(kHubGps, kRate, rate),
-                hub_frame(kHubGps, kPass, bytes_of("$PMTK000*32\r\n")),
-                hub_frame(kHubGps, kPass, bytes_of(mode_command(mode))),
-                hub_frame(kHubGps, kClose)};
+        return {hub_frame(kHubPortGps, kHubOpen),
+                hub_frame(kHubPortGps, kHubSetRate, rate),
+                hub_frame(kHubPortRfid, kHubClose),
+                hub_frame(kHubPortZigbee, kHubClose),
+                hub_frame(kHubPortGps, kHubClose),
+                hub_frame(kHubPortGps, kHubOpen),
+                hub_frame(kHubPortGps, kHubSetRate, rate),
+                hub_frame(kHubPortGps, kHubPass, bytes_of("$PMTK000*32\r\n")),
+                hub_frame(kHubPortGps, kHubPass, bytes_of(mode_command(mode))),
+                hub_frame(kHubPortGps, kHubClose)};
     }
 
     static std::string received(size_t payload)
@@ -75,8 +69,10 @@ TEST_F(GpsBehindTheHub, ThePositionComesInOneFrameAfterEveryChannelFrame)
                      " INFO CLI_GetGpsCoor: " + block, " INFO CLI_InfoAnalyse: " + kRmcShown}));
     EXPECT_EQ(call.out, kRmcShown + "\r\n");
     EXPECT_EQ(call.err, "");
-    const sim::Nanos piece = 1000 * byte_time(9600);
-    EXPECT_EQ(call.waited, reads_of(true, piece, 1, 1, framed(1000)).ends[0]);
+    // The receiver hands over 1000 bytes at a time: 1000 x 1,041,666 ns at 9600 baud. The flush
+    // at 4 s falls within piece 4 (3.84 pieces), which the hub then frames, 1009 bytes at 115200
+    // baud (86,805 ns a byte).
+    EXPECT_EQ(call.waited, 4 * 1000 * kByteAt9600 + 1009 * kByteAt115200);
     EXPECT_EQ(call.of(sim::Kind::Open, kLink).size(), 2u);
     EXPECT_EQ(call.of(sim::Kind::Close, kLink).size(), 2u);
     sim::Port *port = line();
@@ -116,7 +112,9 @@ TEST_F(GpsBehindTheHub, InAPayloadUnder128BytesAnyMatchCounts)
               (Lines{cmd_line(0), " INFO CLI_ComRecv: head 0xfe", received(100),
                      " INFO CLI_GetGpsCoor: " + block, " INFO CLI_InfoAnalyse: " + kRmcShown}));
     EXPECT_EQ(call.out, kRmcShown + "\r\n");
-    EXPECT_EQ(call.waited, reads_of(true, 100 * byte_time(9600), 1, 1, framed(100)).ends[0]);
+    // 100-byte pieces (104,166,600 ns): the flush at 4 s falls within piece 39 (38.4 pieces), then
+    // its 109-byte frame at 115200 baud.
+    EXPECT_EQ(call.waited, 39 * 100 * kByteAt9600 + 109 * kByteAt115200);
 }
 
 TEST_F(GpsBehindTheHub, ASatelliteCountFromTheFrameWaitingInTheLine)

@@ -72,8 +72,9 @@ TEST_F(GpsTest, BehindTheHubTheSentencesGoToTheReceiversPort)
     const Call call = run([&] { return CLI_SetGpsMode(fd, 2); });
     EXPECT_EQ(call.status, 0);
     EXPECT_EQ(call.messages(), Lines{cmd_line(2)});
-    EXPECT_EQ(writes(call), (std::vector<Bytes>{hub_frame(kHubGps, kPass, bytes_of("$PMTK000*32\r\n")),
-                                                hub_frame(kHubGps, kPass, bytes_of(mode_command(2)))}));
+    EXPECT_EQ(writes(call),
+              (std::vector<Bytes>{hub_frame(kHubPortGps, kHubPass, bytes_of("$PMTK000*32\r\n")),
+                                  hub_frame(kHubPortGps, kHubPass, bytes_of(mode_command(2)))}));
     EXPECT_EQ(call.waited, 2 * kSecond);
     EXPECT_EQ(receiver()->talker(), "GN");
     CLI_ComClose(COM_TYPE_GPS, &fd);
@@ -162,8 +163,9 @@ TEST_F(GpsTest, BehindTheHubTheRateIsWhatTheHubIsTold)
     int fd = -1;
     const Call call = run([&] { return CLI_ComOpen(COM_TYPE_GPS, &fd); });
     EXPECT_EQ(call.status, 0);
-    EXPECT_EQ(writes(call), (std::vector<Bytes>{hub_frame(kHubGps, kOpen),
-                                                hub_frame(kHubGps, kRate, clitest::big_endian_rate(19200))}));
+    EXPECT_EQ(writes(call),
+              (std::vector<Bytes>{hub_frame(kHubPortGps, kHubOpen),
+                                  hub_frame(kHubPortGps, kHubSetRate, clitest::big_endian_rate(19200))}));
     EXPECT_EQ(line()->baud(), 115200u) << "the line runs at the hub's rate";
     CLI_ComClose(COM_TYPE_GPS, &fd);
 }

@@ -8,8 +8,6 @@
 // out.
 #include <gtest/gtest.h>
 
-#include <climits>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -17,51 +15,20 @@
 #include <vector>
 
 #include "gps_fixture.h"
+#include "nmea_model.h"
 
 namespace
 {
 
 using namespace gpstest;
 
-constexpr size_t kFieldCount = 32;
-constexpr size_t kFieldChars = 31;
-
-// The fields of a sentence as the camera's table holds them: split at commas up to the '*' or the
-// end of the text, each cut to 31 characters, nothing kept after the 32nd field.
-std::vector<std::string> fields_of(const std::string &sentence)
-{
-    std::vector<std::string> fields(1);
-    for (const char c : sentence) {
-        if (c == '*')
-            break;
-        if (c == ',') {
-            if (fields.size() == kFieldCount)
-                break;
-            fields.emplace_back();
-        } else if (fields.back().size() < kFieldChars) {
-            fields.back() += c;
-        }
-    }
-    fields.resize(kFieldCount);
-    return fields;
-}
-
-// ddmm.mmmm shown as the operator reads it: the point two places to the left, the minutes' digits
-// run on; a point before index 3 is refused.
+// ddmm.mmmm shown as the operator reads it, or the refusal's line.
 bool shown_angle(const std::string &angle, std::string &shown, Lines &lines)
 {
-    const size_t point = angle.find('.');
-    shown.clear();
-    if (point != std::string::npos && point < 3) {
-        lines.push_back(" INFO CLI_StringConvert: error date " + angle);
-        return false;
-    }
-    for (const char c : angle)
-        if (c != '.')
-            shown += c;
-    if (point != std::string::npos)
-        shown.insert(point - 2, ".");
-    return true;
+    if (clitest::nmea_shown_angle(angle, shown))
+        return true;
+    lines.push_back(" INFO CLI_StringConvert: error date " + angle);
+    return false;
 }
 
 struct Query {
@@ -100,15 +67,12 @@ Expected expected_for(const Query &query, uint32_t mode, const std::vector<std::
             const size_t at = text.find(talkers[mode] + type);
             if (at == std::string::npos || at > blocks[k].size() - kTail)
                 continue;
-            const std::vector<std::string> fields = fields_of(text.substr(at));
+            const std::vector<std::string> fields = clitest::nmea_fields(text.substr(at));
             const size_t address = text.rfind('$', at) == std::string::npos ? at : text.rfind('$', at) + 1;
             const std::string where = "try " + std::to_string(k + 1) + " " +
                                       text.substr(address, text.find(',', address) - address);
             if (!query.flush) {
-                const long value = std::strtol(fields[field].c_str(), nullptr, 10);
-                const uint32_t count = static_cast<uint32_t>(static_cast<int>(value > INT_MAX   ? INT_MAX
-                                                                              : value < INT_MIN ? INT_MIN
-                                                                                                : value));
+                const uint32_t count = clitest::nmea_number(fields[field]);
                 const std::string shown =
                     (type == "GGA" ? "Location Satellite Num:" : "Satellite Num:") + std::to_string(count);
                 result.messages.push_back(" INFO " + function + ": " + shown);
@@ -117,7 +81,7 @@ Expected expected_for(const Query &query, uint32_t mode, const std::vector<std::
                 result.outcome = where + ": " + shown;
                 return result;
             }
-            bool legal = field + 3 < kFieldCount;
+            bool legal = field + 3 < clitest::kNmeaFields;
             for (size_t i = 1; i <= 9; ++i)
                 legal = legal && !fields[i].empty();
             if (!legal) {

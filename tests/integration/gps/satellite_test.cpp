@@ -76,12 +76,11 @@ TEST_P(GetGpsSatellite, CountsTheSatellitesOfTheFirstSentenceThatCounts)
     rs_init();
     const Call call = run([&] { return CLI_GetGpsSatellite(row.mode); });
 
-    const Reads reads = reads_of(false, kBlockTime, row.tries);
     const bool gave_up = row.shown.empty();
     Lines expected = {cmd_line(row.mode)};
     for (int k = 0; k < row.tries; ++k) {
         const std::string block =
-            c_text(row.blocks[static_cast<size_t>(reads.pieces[k] - 1) % row.blocks.size()]);
+            c_text(row.blocks[static_cast<size_t>(kSatelliteBlock[k] - 1) % row.blocks.size()]);
         expected.push_back(" INFO CLI_GetGpsSatellite: " + std::to_string(block.size()) + "," + block);
         if (k + 1 < row.tries || gave_up) {
             expected.push_back(" INFO CLI_GetGpsSatellite: Left " + std::to_string(5 - k) + " chance to try");
@@ -97,7 +96,7 @@ TEST_P(GetGpsSatellite, CountsTheSatellitesOfTheFirstSentenceThatCounts)
     EXPECT_EQ(call.out, gave_up ? "" : row.shown + "\r\n");
     EXPECT_EQ(call.err,
               gave_up ? console("CLI_GetGpsSatellite", "Get Coordinate failed,please check rate") : "");
-    EXPECT_EQ(call.waited, reads.ends.back() + (gave_up ? kAfterMiss : 0));
+    EXPECT_EQ(call.waited, kSatelliteEnd[row.tries - 1] + (gave_up ? kAfterMiss : 0));
     EXPECT_EQ(call.of(sim::Kind::Close, kLink).size(), call.of(sim::Kind::Open, kLink).size());
 }
 

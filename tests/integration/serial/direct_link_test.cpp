@@ -11,12 +11,13 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "fault_injection.h"
 #include "link_fixture.h"
 
 namespace
 {
 
-using namespace serialtest;
+using namespace clitest;
 using clitest::Call;
 
 // ---- CLI_ComOpen and CLI_ComClose ----------------------------------------------------------------
@@ -182,7 +183,7 @@ TEST_F(DirectLink, SendsTheBytesAsTheyAreWhateverTheCommand)
     hang_device([](sim::ScriptedPeer &) {});
     declare(COM_TYPE_GPS, 1, 9600);
     int fd = open_link(COM_TYPE_GPS);
-    const Bytes sentence = text("$PMTK000*32\r\n");
+    const Bytes sentence = bytes_of("$PMTK000*32\r\n");
     const Call call = run([&] { return CLI_ComSend(fd, COM_TYPE_GPS, sentence.data(), 13, 3); });
     EXPECT_EQ(call.status, 0);
     EXPECT_TRUE(call.messages().empty());
@@ -235,7 +236,7 @@ Bytes nmea_burst(size_t size)
     while (burst.size() < size)
         burst += sentence;
     burst.resize(size);
-    return text(burst);
+    return bytes_of(burst);
 }
 
 TEST_F(DirectReceive, WithTheGpsPresentEveryTypeReadsOneBlockOf1024Bytes)
@@ -254,8 +255,7 @@ TEST_F(DirectReceive, WithTheGpsPresentEveryTypeReadsOneBlockOf1024Bytes)
         EXPECT_EQ(length, 1024u);
         EXPECT_EQ(buffer.first(1024), Bytes(burst.begin(), burst.begin() + 1024));
         EXPECT_TRUE(buffer.guard_intact());
-        EXPECT_EQ(call.waited, line_time(1024, 9600))
-            << "the block is read as the line delivers it, in pieces";
+        EXPECT_EQ(call.waited, 1024 * kByteAt9600) << "the block is read as the line delivers it, in pieces";
         CLI_ComClose(COM_TYPE_GPS, &fd);
     }
 }
@@ -307,7 +307,7 @@ TEST_F(DirectReceive, AGpsBlockCutShortFailsAndTakesTheTimeOutAfterTheLastByte)
     uint32_t length = kUntouchedLength;
     const Call call = run([&] { return CLI_ComRecv(fd, COM_TYPE_GPS, buffer.data(), &length); });
     EXPECT_EQ(call.status, 1);
-    EXPECT_EQ(call.waited, line_time(300, 9600) + 5 * kSecond);
+    EXPECT_EQ(call.waited, 300 * kByteAt9600 + 5 * kSecond);
     EXPECT_EQ(length, kUntouchedLength);
     EXPECT_EQ(buffer.first(300), part);
     CLI_ComClose(COM_TYPE_GPS, &fd);
@@ -482,7 +482,7 @@ TEST_F(RfidReceive, AReaderThatStopsMidFrameFailsAfterTheTimeOut)
     EXPECT_EQ(call.status, 1);
     EXPECT_EQ(call.messages(), (std::vector<std::string>{"ERROR CLI_Treadn: read Timeout",
                                                          "ERROR CLI_ComRecv: read data fail"}));
-    EXPECT_EQ(call.waited, line_time(6, 9600) + 2 * kSecond);
+    EXPECT_EQ(call.waited, 6 * kByteAt9600 + 2 * kSecond);
     EXPECT_EQ(length, kUntouchedLength);
     EXPECT_TRUE(buffer.untouched_from(0)) << "the frame is gathered apart from the caller's buffer";
     CLI_ComClose(COM_TYPE_RFID, &fd);

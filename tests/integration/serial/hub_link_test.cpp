@@ -12,17 +12,17 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "fault_injection.h"
 #include "link_fixture.h"
 #include "peripherals/box.h"
 
 namespace
 {
 
-using namespace serialtest;
+using namespace clitest;
 using clitest::Call;
 
 constexpr uint32_t kHubRate = 115200;
-constexpr uint16_t kGps = 0x005B;
 
 class HubLink : public LinkTest
 {
@@ -63,8 +63,8 @@ TEST_F(HubLink, AGpsOpenSendsTheOpenFrameThenTheRateFrame)
     EXPECT_EQ(writes(call), expected);
     EXPECT_EQ(line_baud(), kHubRate) << "the line runs at the hub's rate";
     ASSERT_NE(hub(), nullptr);
-    EXPECT_TRUE(hub()->channel_open(kGps));
-    EXPECT_EQ(hub()->channel_rate(kGps), 9600u);
+    EXPECT_TRUE(hub()->channel_open(kHubPortGps));
+    EXPECT_EQ(hub()->channel_rate(kHubPortGps), 9600u);
     ASSERT_EQ(hub()->heard().size(), 2u);
     for (const sim::HeardFrame &frame : hub()->heard())
         EXPECT_TRUE(frame.kind_ok && frame.checksum_ok);
@@ -93,7 +93,7 @@ TEST_P(HubLinkPerDevice, OpenRateAndCloseFramesGoToTheDevicesPort)
     hang_hub();
     declare(COM_TYPE_HUB, 1, 57600);
     declare(row.type, 1, row.rate);
-    const uint16_t port = kPortOf[row.type];
+    const uint16_t port = kHubPortOf[row.type];
     int fd = -1;
     const Call opening = run([&] { return CLI_ComOpen(row.type, &fd); });
     EXPECT_EQ(opening.status, 0);
@@ -143,12 +143,12 @@ TEST_F(HubLink, EachFailurePointOfTheOpenEndsWithTheLineClosed)
         {0, 1, {}, {"ERROR CLI_ComOpen: Function CLI_ComSend call failed"}, call_failed},
         {1,
          1,
-         {hub_frame(kGps, 4), hub_frame(kGps, 5)},
+         {hub_frame(kHubPortGps, 4), hub_frame(kHubPortGps, 5)},
          {"ERROR CLI_ComOpen: Function CLI_ComSend call failed"},
          call_failed},
         {1,
          2,
-         {hub_frame(kGps, 4)},
+         {hub_frame(kHubPortGps, 4)},
          {"ERROR CLI_ComOpen: Function CLI_ComSend call failed", "ERROR CLI_ComClose: open Com fail"},
          call_failed + "[ERROR]:open Com fail\t@[src/cli_libfun.cpp CLI_ComClose]\r\n"},
     };
@@ -224,12 +224,12 @@ TEST_F(HubLink, AnEmptyPayloadMakesANineByteFrame)
 
 TEST_F(HubLink, APayloadReachesTheDeviceBehindItsPort)
 {
-    hang_hub([](sim::HubPeer &hub) { hub.add_device(kGps, std::make_unique<sim::ScriptedPeer>()); });
+    hang_hub([](sim::HubPeer &hub) { hub.add_device(kHubPortGps, std::make_unique<sim::ScriptedPeer>()); });
     int fd = open_link(COM_TYPE_GPS);
-    const Bytes sentence = text("$PMTK000*32\r\n");
+    const Bytes sentence = bytes_of("$PMTK000*32\r\n");
     const Call call = run([&] { return CLI_ComSend(fd, COM_TYPE_GPS, sentence.data(), 13, 3); });
     EXPECT_EQ(call.status, 0);
-    EXPECT_EQ(writes(call), std::vector<Bytes>{hub_frame(kGps, 3, sentence)});
+    EXPECT_EQ(writes(call), std::vector<Bytes>{hub_frame(kHubPortGps, 3, sentence)});
     EXPECT_EQ(writes(call)[0].size(), 22u);
     const sim::HeardFrame &heard = hub()->heard().back();
     EXPECT_EQ(heard.payload, sentence);
@@ -272,7 +272,7 @@ TEST_F(HubLink, TheLongestPayloadMakesAFrameOfExactly1024Bytes)
         payload[i] = static_cast<uint8_t>(i);
     const Call call = run([&] { return CLI_ComSend(fd, COM_TYPE_GPS, payload.data(), 1015, 3); });
     EXPECT_EQ(call.status, 0);
-    EXPECT_EQ(writes(call), std::vector<Bytes>{hub_frame(kGps, 3, payload)});
+    EXPECT_EQ(writes(call), std::vector<Bytes>{hub_frame(kHubPortGps, 3, payload)});
     EXPECT_EQ(written().size(), 22u + 1024u);
     CLI_ComClose(COM_TYPE_GPS, &fd);
 }
@@ -321,7 +321,7 @@ class HubReceive : public HubLink
     static sim::HubFrame gps_data(const Bytes &payload)
     {
         sim::HubFrame frame;
-        frame.port = kGps;
+        frame.port = kHubPortGps;
         frame.payload = payload;
         return frame;
     }
@@ -331,8 +331,8 @@ TEST_F(HubReceive, TheDevicesAnswerComesBackInHubFramesFromItsPort)
 {
     hang_hub([](sim::HubPeer &hub) {
         auto gps = std::make_unique<sim::ScriptedPeer>();
-        gps->add_rule({text("$PMTK000*32\r\n"), text("$PMTK001,0,3*30\r\n")});
-        hub.add_device(kGps, std::move(gps));
+        gps->add_rule({bytes_of("$PMTK000*32\r\n"), bytes_of("$PMTK001,0,3*30\r\n")});
+        hub.add_device(kHubPortGps, std::move(gps));
     });
     int fd = open_link(COM_TYPE_GPS);
     ASSERT_EQ(CLI_ComSend(fd, COM_TYPE_GPS, "$PMTK000*32\r\n", 13, 3), 0u);
@@ -346,16 +346,16 @@ TEST_F(HubReceive, TheDevicesAnswerComesBackInHubFramesFromItsPort)
     EXPECT_EQ(call.messages(),
               (std::vector<std::string>{" INFO CLI_ComRecv: head 0xfe", " INFO CLI_ComRecv: len 20(0x14)"}));
     EXPECT_EQ(length, 16u);
-    EXPECT_EQ(buffer.first(16), text("$PMTK001,0,3*30\r"));
+    EXPECT_EQ(buffer.first(16), bytes_of("$PMTK001,0,3*30\r"));
     EXPECT_TRUE(buffer.untouched_from(16));
-    EXPECT_EQ(call.waited, line_time(16, 9600) + line_time(25, kHubRate));
+    EXPECT_EQ(call.waited, 16 * kByteAt9600 + 25 * kByteAt115200);
 
     GuardedBuffer rest;
     length = kUntouchedLength;
     call = receive(fd, COM_TYPE_GPS, rest, length);
     EXPECT_EQ(call.status, 0);
     EXPECT_EQ(length, 1u);
-    EXPECT_EQ(rest.first(1), text("\n"));
+    EXPECT_EQ(rest.first(1), bytes_of("\n"));
     CLI_ComClose(COM_TYPE_GPS, &fd);
 }
 
@@ -364,7 +364,7 @@ TEST_F(HubReceive, AcknowledgementsFromTheHubsOwnPortAndNoiseAreSkipped)
     hang_hub([](sim::HubPeer &hub) {
         hub.acknowledge(kMillisecond, {}, 0x0000);
         hub.send_frame(50 * kMillisecond, sim::HubFrame{.head = 0x55, .truncate = 1}); // one byte of noise
-        hub.send_frame(60 * kMillisecond, gps_data(text("$GPGGA")));
+        hub.send_frame(60 * kMillisecond, gps_data(bytes_of("$GPGGA")));
     });
     int fd = open_link(COM_TYPE_GPS);
     GuardedBuffer buffer;
@@ -383,7 +383,7 @@ TEST_F(HubReceive, AcknowledgementsFromTheHubsOwnPortAndNoiseAreSkipped)
                                    " INFO CLI_ComRecv: len 10(0xa)",
                                }));
     EXPECT_EQ(length, 6u);
-    EXPECT_EQ(buffer.first(6), text("$GPGGA"));
+    EXPECT_EQ(buffer.first(6), bytes_of("$GPGGA"));
     CLI_ComClose(COM_TYPE_GPS, &fd);
 }
 
@@ -417,7 +417,7 @@ void PrintTo(const WrongFrameRow &row, std::ostream *out)
 sim::HubFrame gps_frame(const Bytes &payload)
 {
     sim::HubFrame frame;
-    frame.port = kGps;
+    frame.port = kHubPortGps;
     frame.payload = payload;
     return frame;
 }
@@ -437,7 +437,7 @@ class HubReceiveWrongFrames : public HubReceive, public ::testing::WithParamInte
 TEST_P(HubReceiveWrongFrames, AreDroppedAsFailedAttemptsAndTheNextGoodFrameIsTaken)
 {
     const WrongFrameRow &row = GetParam();
-    int fd = gps_with_frames({row.wrong, gps_frame(text("ok"))});
+    int fd = gps_with_frames({row.wrong, gps_frame(bytes_of("ok"))});
     GuardedBuffer buffer;
     uint32_t length = kUntouchedLength;
     const Call call = receive(fd, COM_TYPE_GPS, buffer, length);
@@ -447,7 +447,7 @@ TEST_P(HubReceiveWrongFrames, AreDroppedAsFailedAttemptsAndTheNextGoodFrameIsTak
     expected.push_back(" INFO " + kRecv + "len 6(0x6)");
     EXPECT_EQ(call.messages(), expected);
     EXPECT_EQ(length, 2u);
-    EXPECT_EQ(buffer.first(2), text("ok"));
+    EXPECT_EQ(buffer.first(2), bytes_of("ok"));
     EXPECT_TRUE(buffer.untouched_from(2));
     EXPECT_EQ(call.err, "");
     CLI_ComClose(COM_TYPE_GPS, &fd);
@@ -459,13 +459,13 @@ INSTANTIATE_TEST_SUITE_P(
     Frames, HubReceiveWrongFrames,
     ::testing::Values(
         WrongFrameRow{"KindNotHub",
-                      with(gps_frame(text("no")), [](sim::HubFrame &f) { f.kind = 0x02; }),
+                      with(gps_frame(bytes_of("no")), [](sim::HubFrame &f) { f.kind = 0x02; }),
                       {kHead, " INFO " + kRecv + "len 6(0x6)", "ERROR " + kRecv + "date type 2 not hub"}},
         WrongFrameRow{"WrongPort",
-                      with(gps_frame(text("no")), [](sim::HubFrame &f) { f.port = 0x005C; }),
+                      with(gps_frame(bytes_of("no")), [](sim::HubFrame &f) { f.port = kHubPortRfid; }),
                       {kHead, " INFO " + kRecv + "len 6(0x6)", " INFO " + kRecv + "data port 92 unmatch"}},
         WrongFrameRow{"BadChecksum",
-                      with(gps_frame(text("no")), [](sim::HubFrame &f) { f.checksum = 0x1234; }),
+                      with(gps_frame(bytes_of("no")), [](sim::HubFrame &f) { f.checksum = 0x1234; }),
                       {kHead, " INFO " + kRecv + "len 6(0x6)", "ERROR " + kRecv + "checksum error"}},
         WrongFrameRow{"ByteSumOver65535",
                       gps_frame(Bytes(300, 0xFF)),
@@ -506,9 +506,9 @@ TEST_F(HubReceive, TheHubsOwnFaultsOnDeviceDataAreCaughtToo)
 {
     hang_hub([](sim::HubPeer &hub) {
         auto gps = std::make_unique<sim::ScriptedPeer>();
-        gps->announce(100 * kMillisecond, text("first"));
-        gps->announce(200 * kMillisecond, text("second"));
-        hub.add_device(kGps, std::move(gps));
+        gps->announce(100 * kMillisecond, bytes_of("first"));
+        gps->announce(200 * kMillisecond, bytes_of("second"));
+        hub.add_device(kHubPortGps, std::move(gps));
         hub.misbehave({.bad_checksum = {1}});
     });
     int fd = open_link(COM_TYPE_GPS);
@@ -517,7 +517,7 @@ TEST_F(HubReceive, TheHubsOwnFaultsOnDeviceDataAreCaughtToo)
     const Call call = receive(fd, COM_TYPE_GPS, buffer, length);
     EXPECT_EQ(call.status, 0);
     EXPECT_EQ(length, 6u);
-    EXPECT_EQ(buffer.first(6), text("second"));
+    EXPECT_EQ(buffer.first(6), bytes_of("second"));
     EXPECT_EQ(call.messages()[2], "ERROR " + kRecv + "checksum error");
     CLI_ComClose(COM_TYPE_GPS, &fd);
 }
@@ -552,7 +552,7 @@ TEST_F(HubReceive, TheLongestFrameFitsAndArrivesInPieces)
     EXPECT_EQ(buffer.first(1015), payload);
     EXPECT_TRUE(buffer.untouched_from(1015));
     // Read while it arrives: 64 pieces of sixteen bytes, the last one complete at 1024 byte times.
-    EXPECT_EQ(call.waited, 10 * kMillisecond + line_time(1024, kHubRate));
+    EXPECT_EQ(call.waited, 10 * kMillisecond + 1024 * kByteAt115200);
     CLI_ComClose(COM_TYPE_GPS, &fd);
 }
 
@@ -576,7 +576,7 @@ TEST_F(HubReceive, AFrameTooLongForTheBufferIsNeverReadIntoIt)
 
 TEST_F(HubReceive, AFrameCutShortFailsAfterTheTimeOut)
 {
-    int fd = gps_with_frames({with(gps_frame(text("data")), [](sim::HubFrame &f) { f.truncate = 8; })});
+    int fd = gps_with_frames({with(gps_frame(bytes_of("data")), [](sim::HubFrame &f) { f.truncate = 8; })});
     GuardedBuffer buffer;
     uint32_t length = kUntouchedLength;
     const Call call = receive(fd, COM_TYPE_GPS, buffer, length);
@@ -584,7 +584,7 @@ TEST_F(HubReceive, AFrameCutShortFailsAfterTheTimeOut)
     EXPECT_EQ(call.messages(), (std::vector<std::string>{kHead, " INFO " + kRecv + "len 8(0x8)",
                                                          "ERROR CLI_Treadn: read Timeout",
                                                          "ERROR " + kRecv + "read data fail"}));
-    EXPECT_EQ(call.waited, 10 * kMillisecond + line_time(8, kHubRate) + 5 * kSecond);
+    EXPECT_EQ(call.waited, 10 * kMillisecond + 8 * kByteAt115200 + 5 * kSecond);
     EXPECT_EQ(length, kUntouchedLength);
     EXPECT_TRUE(buffer.untouched_from(0));
     CLI_ComClose(COM_TYPE_GPS, &fd);
@@ -634,9 +634,9 @@ TEST_F(HubReceive, EachTypeListensOnItsOwnPort)
 {
     // The same three frames, one from each of three ports; each type takes the one from its port.
     const std::vector<sim::HubFrame> frames = {
-        with(gps_frame(text("zig")), [](sim::HubFrame &f) { f.port = 0x005D; }),
-        with(gps_frame(text("tag")), [](sim::HubFrame &f) { f.port = 0x005C; }),
-        with(gps_frame(text("box")), [](sim::HubFrame &f) { f.port = 0x0005; }),
+        with(gps_frame(bytes_of("zig")), [](sim::HubFrame &f) { f.port = kHubPortZigbee; }),
+        with(gps_frame(bytes_of("tag")), [](sim::HubFrame &f) { f.port = kHubPortRfid; }),
+        with(gps_frame(bytes_of("box")), [](sim::HubFrame &f) { f.port = kHubPortBox; }),
     };
     const std::pair<uint32_t, const char *> rows[] = {
         {COM_TYPE_ZIGBEE, "zig"}, {COM_TYPE_RFID, "tag"}, {COM_TYPE_HUB, "box"}};
@@ -647,7 +647,7 @@ TEST_F(HubReceive, EachTypeListensOnItsOwnPort)
         uint32_t length = kUntouchedLength;
         EXPECT_EQ(receive(fd, type, buffer, length).status, 0);
         EXPECT_EQ(length, 3u);
-        EXPECT_EQ(buffer.first(3), text(expected));
+        EXPECT_EQ(buffer.first(3), bytes_of(expected));
         CLI_ComClose(COM_TYPE_GPS, &fd);
     }
 }

@@ -15,12 +15,13 @@
 
 #include "clidriver/clidriver.h"
 #include "core/clock.h"
+#include "fault_injection.h"
 #include "link_fixture.h"
 
 namespace
 {
 
-using namespace serialtest;
+using namespace clitest;
 using clitest::Call;
 
 constexpr const char *kUart = "/dev/ttyS1";
@@ -205,7 +206,7 @@ TEST_F(Treadn, NothingAskedIsDoneAtOnceWithoutWaiting)
 TEST_F(Treadn, ReadsExactlyTheBytesAskedForAndLeavesTheRestOnTheLine)
 {
     hang_device([](sim::ScriptedPeer &peer) {
-        peer.add_rule({text("?"), text("hello world"), 20 * kMillisecond});
+        peer.add_rule({bytes_of("?"), bytes_of("hello world"), 20 * kMillisecond});
     });
     const int fd = open_raw_link();
     ASSERT_EQ(write(fd, "?", 1), 1);
@@ -213,12 +214,12 @@ TEST_F(Treadn, ReadsExactlyTheBytesAskedForAndLeavesTheRestOnTheLine)
     const Call call = run([&] { return CLI_Treadn(fd, 5, timeval{1, 0}, buffer.data()); });
     EXPECT_EQ(call.status, 0);
     EXPECT_TRUE(call.messages().empty());
-    EXPECT_EQ(buffer.first(5), text("hello"));
+    EXPECT_EQ(buffer.first(5), bytes_of("hello"));
     EXPECT_TRUE(buffer.untouched_from(5));
-    EXPECT_EQ(call.waited, 20 * kMillisecond + line_time(11, 9600));
+    EXPECT_EQ(call.waited, 20 * kMillisecond + 11 * kByteAt9600);
     GuardedBuffer rest;
     EXPECT_EQ(run([&] { return CLI_Treadn(fd, 6, timeval{1, 0}, rest.data()); }).status, 0);
-    EXPECT_EQ(rest.first(6), text(" world"));
+    EXPECT_EQ(rest.first(6), bytes_of(" world"));
     close(fd);
 }
 
@@ -234,7 +235,7 @@ TEST_F(Treadn, ThreeOfFiveBytesThenSilenceTimesOutAndKeepsTheThree)
     EXPECT_EQ(buffer.first(3), (Bytes{0x31, 0x32, 0x33}));
     EXPECT_TRUE(buffer.untouched_from(3));
     // The bytes arrive, then the second wait runs its whole time-out.
-    EXPECT_EQ(call.waited, 100 * kMillisecond + line_time(3, 9600) + 2 * kSecond);
+    EXPECT_EQ(call.waited, 100 * kMillisecond + 3 * kByteAt9600 + 2 * kSecond);
     close(fd);
 }
 
@@ -254,7 +255,7 @@ TEST_F(Treadn, ASilentLineTimesOutAfterExactlyOneTimeOut)
 TEST_F(Treadn, EachWaitGetsTheWholeTimeOutAgainSoATrickleReadsOnAndOn)
 {
     hang_device([](sim::ScriptedPeer &peer) {
-        peer.add_rule({text("?"), text("abcd")});
+        peer.add_rule({bytes_of("?"), bytes_of("abcd")});
         peer.misbehave({.mode = sim::Misbehaviour::Mode::Trickle, .trickle_gap = 400 * kMillisecond});
     });
     const int fd = open_raw_link();
@@ -262,7 +263,7 @@ TEST_F(Treadn, EachWaitGetsTheWholeTimeOutAgainSoATrickleReadsOnAndOn)
     GuardedBuffer buffer;
     const Call call = run([&] { return CLI_Treadn(fd, 4, timeval{0, 500000}, buffer.data()); });
     EXPECT_EQ(call.status, 0);
-    EXPECT_EQ(buffer.first(4), text("abcd"));
+    EXPECT_EQ(buffer.first(4), bytes_of("abcd"));
     EXPECT_EQ(call.waited, 1600 * kMillisecond) << "four waits of 400 ms, each under the 500 ms time-out";
     close(fd);
 }
@@ -311,7 +312,7 @@ TEST_F(Treadn, AFailedReadIsReportedWithItsResult)
 
 TEST_F(Treadn, AnEmptyReadIsNoErrorTheLoopWaitsAgain)
 {
-    hang_device([](sim::ScriptedPeer &peer) { peer.announce(0, text("12345")); });
+    hang_device([](sim::ScriptedPeer &peer) { peer.announce(0, bytes_of("12345")); });
     const int fd = open_raw_link();
     for (int empties : {1, 2}) {
         faults().empty_read.arm(0, empties);
@@ -319,14 +320,14 @@ TEST_F(Treadn, AnEmptyReadIsNoErrorTheLoopWaitsAgain)
         const Call call = run([&] { return CLI_Treadn(fd, 2, timeval{1, 0}, buffer.data()); });
         EXPECT_EQ(call.status, 0) << empties << " empty reads in a row";
         EXPECT_TRUE(call.messages().empty());
-        EXPECT_EQ(buffer.first(2), empties == 1 ? text("12") : text("34"));
+        EXPECT_EQ(buffer.first(2), empties == 1 ? bytes_of("12") : bytes_of("34"));
     }
     close(fd);
 }
 
 TEST_F(Treadn, ALineThatStaysReadableButEmptyHasEndedAndFailsAtOnce)
 {
-    hang_device([](sim::ScriptedPeer &peer) { peer.announce(0, text("12345")); });
+    hang_device([](sim::ScriptedPeer &peer) { peer.announce(0, bytes_of("12345")); });
     const int fd = open_raw_link();
     faults().empty_read.arm(0, 3);
     GuardedBuffer buffer;
@@ -348,7 +349,7 @@ TEST_F(Treadn, APipeWhoseWriterClosedEndsTheReadInsteadOfSpinning)
     const Call call = run([&] { return CLI_Treadn(ends[0], 5, timeval{5, 0}, buffer.data()); });
     EXPECT_EQ(call.status, 1);
     EXPECT_EQ(call.messages(), std::vector<std::string>{"ERROR CLI_Treadn: read data fail 0"});
-    EXPECT_EQ(buffer.first(2), text("ab")) << "what came before the end stays";
+    EXPECT_EQ(buffer.first(2), bytes_of("ab")) << "what came before the end stays";
     EXPECT_TRUE(buffer.untouched_from(2));
     EXPECT_EQ(call.waited, 0);
     close(ends[0]);

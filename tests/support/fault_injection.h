@@ -1,12 +1,13 @@
-// Fault injection for the serial tests: the next calls of the OS and of the link's own exported
-// operations fail on demand, counted down, so each failure point of a command can be reached on
-// a real pty. The failing functions are defined in the test executable, which the dynamic linker
-// searches before libc and libclidriver; anything not armed passes straight through.
+// Fault injection for any test on the simulated camera's serial lines: the next calls of the OS
+// and of the link's own exported operations fail on demand, counted down, so each failure point
+// of a command can be reached on a real pty. The failing functions are defined in the test
+// executable (link the clitest_faults objects), which the dynamic linker searches before libc and
+// libclidriver; anything not armed passes straight through.
 #pragma once
 
 #include <cerrno>
 
-namespace serialtest
+namespace clitest
 {
 
 struct Countdown {
@@ -44,4 +45,4 @@ struct Faults {
 // The armed faults of this process (each test runs in a process of its own).
 Faults &faults();
 
-} // namespace serialtest
+} // namespace clitest

@@ -8,7 +8,7 @@
 #include "core/descriptors.h"
 #include "core/real.h"
 
-namespace serialtest
+namespace clitest
 {
 
 Faults &faults()
@@ -26,14 +26,14 @@ bool product_port(int fd)
 }
 
 } // namespace
-} // namespace serialtest
+} // namespace clitest
 
-using serialtest::faults;
+using clitest::faults;
 
 extern "C" int tcgetattr(int fd, struct termios *settings)
 {
     static const auto real = sim::real::next<int (*)(int, struct termios *)>("tcgetattr");
-    if (serialtest::product_port(fd) && faults().tcgetattr.fires()) {
+    if (clitest::product_port(fd) && faults().tcgetattr.fires()) {
         errno = EIO;
         return -1;
     }
@@ -43,7 +43,7 @@ extern "C" int tcgetattr(int fd, struct termios *settings)
 extern "C" int tcsetattr(int fd, int action, const struct termios *settings)
 {
     static const auto real = sim::real::next<int (*)(int, int, const struct termios *)>("tcsetattr");
-    if (serialtest::product_port(fd) && faults().tcsetattr.fires()) {
+    if (clitest::product_port(fd) && faults().tcsetattr.fires()) {
         errno = EIO;
         return -1;
     }
@@ -52,7 +52,7 @@ extern "C" int tcsetattr(int fd, int action, const struct termios *settings)
 
 extern "C" ssize_t read(int fd, void *buffer, size_t count)
 {
-    if (serialtest::product_port(fd) && faults().empty_read.fires())
+    if (clitest::product_port(fd) && faults().empty_read.fires())
         return 0;
     return sim::real::read(fd, buffer, count);
 }

@@ -1,7 +1,9 @@
 // Reading one table of a scenario file, with errors that name the file, the line and the key.
 #pragma once
 
-#define TOML_HEADER_ONLY 1
+// toml++ is compiled once, in toml_library.cpp; every other file sees only its declarations,
+// which keeps each scenario loader's compile short.
+#define TOML_HEADER_ONLY 0
 #include <toml++/toml.h>
 
 #include <cstdint>

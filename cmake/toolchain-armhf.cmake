@@ -23,6 +23,12 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
+# pkg-config reads the armhf folder's .pc files (libpcap's), and prefixes the paths they give
+# with the folder.
+set(ENV{PKG_CONFIG_LIBDIR}
+    "${CLIDRIVER_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${CLIDRIVER_ARMHF_SYSROOT}/usr/share/pkgconfig")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} "${CLIDRIVER_ARMHF_SYSROOT}")
+
 set(_armhf_libs "${CLIDRIVER_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf:${CLIDRIVER_ARMHF_SYSROOT}/lib/arm-linux-gnueabihf")
 add_link_options("-Wl,-rpath-link,${_armhf_libs}")
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf -E "LD_LIBRARY_PATH=${_armhf_libs}")

@@ -1,6 +1,6 @@
 cmake_minimum_required(VERSION 3.25)
-# libclidriver may depend on libc alone (and libpcap once the Wi-Fi sniffer is built); its
-# SONAME is libclidriver.so.1.
+# libclidriver needs exactly libc and libpcap (the Wi-Fi sniffer's live capture); its SONAME is
+# libclidriver.so.1.
 execute_process(COMMAND ${READELF} -d ${LIBRARY} OUTPUT_VARIABLE dynamic RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
     message(FATAL_ERROR "readelf failed on ${LIBRARY}")
@@ -11,14 +11,11 @@ foreach(line IN LISTS needed_lines)
     string(REGEX REPLACE ".*\\[([^]]+)\\].*" "\\1" lib "${line}")
     list(APPEND needed "${lib}")
 endforeach()
-set(allowed libc.so.6 libpthread.so.0)
-foreach(lib IN LISTS needed)
-    if(NOT lib IN_LIST allowed)
-        message(FATAL_ERROR "libclidriver needs ${lib}; only ${allowed} are allowed (all: ${needed})")
-    endif()
-endforeach()
-if(NOT "libc.so.6" IN_LIST needed)
-    message(FATAL_ERROR "libclidriver does not name libc.so.6 (NEEDED: ${needed})")
+set(wanted libc.so.6 libpcap.so.0.8)
+set(sorted_needed ${needed})
+list(SORT sorted_needed)
+if(NOT sorted_needed STREQUAL wanted)
+    message(FATAL_ERROR "libclidriver must need exactly ${wanted}; it needs ${needed}")
 endif()
 if(NOT dynamic MATCHES "\\(SONAME\\)[^\n]*\\[libclidriver\\.so\\.1\\]")
     message(FATAL_ERROR "SONAME is not libclidriver.so.1")

@@ -116,6 +116,19 @@ TEST(Table, DefaultsInForceAreKnown)
     EXPECT_FALSE(shell::find_command("CLI_PlatformInit")->default_in_force) << "strong in the library";
 }
 
+// The encoder start-up's default returns nothing, but the library builds the command, whose result
+// is a status word: the shell calls the command and prints its status.
+TEST(Table, EncoderStartUpGivesItsStatusWord)
+{
+    const shell::Entry *encode = shell::find_command("CLI_EncodeInit");
+    EXPECT_EQ(encode->signature, "int32_t CLI_EncodeInit(void)");
+    EXPECT_FALSE(encode->default_in_force);
+    EXPECT_FALSE(encode->status_from_default);
+    EXPECT_TRUE(encode->callable->returns_status());
+    EXPECT_EQ(encode->callable->status_lowest(), INT32_MIN);
+    EXPECT_FALSE(shell::find_command("__CLI_EncodeInit")->callable->returns_status());
+}
+
 int g_fallback_calls = 0;
 void fallback_without_status(void)
 {

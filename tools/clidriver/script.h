@@ -8,7 +8,7 @@
 //     line  command                      expected  got  result        wall    simulated
 //       11  CLI_PlatformInit                    0    0  PASS      0.001 ms   0.000000 s
 //       25  CLI_HeatCtrlBoardToSlot 1 2         0    0  PASS      0.000 ms   0.000000 s
-//       35  CLI_EncodeInit                      0    -  PASS      0.013 ms   0.000000 s
+//       35  __CLI_EncodeInit                    0    -  PASS      0.013 ms   0.000000 s
 //     3 lines: 3 passed, 0 failed; wall 0.014 ms, simulated 0.000000 s
 //
 // "got" is "-" for a command that returns nothing (it passes when 0 is expected), and the

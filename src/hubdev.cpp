@@ -83,14 +83,6 @@ void cli_search_let_go(void)
     __atomic_store_n(&g_lReaderHeld, 0, __ATOMIC_RELEASE);
 }
 
-/* The search's own receive: the link's, with the length preset so that an attempt that found
- * no frame reads as an empty one. */
-uint32_t cli_search_receive(int fd, uint8_t *pucFrame, uint32_t *pulLen)
-{
-    *pulLen = 0;
-    return CLI_ComRecv(fd, COM_TYPE_RFID, pucFrame, pulLen);
-}
-
 /* ---- Peripheral box ------------------------------------------------------------------------ */
 
 /* The box's commands, in the command byte of its hub frames. */
@@ -172,8 +164,8 @@ void *CLI_SearchRfidID(void *pvTable)
 
     uint8_t aucFrame[kHubBufferSize];
     while (cli_search_wanted(ulStart)) {
-        uint32_t ulLen = 0;
-        if (cli_search_receive(fd, aucFrame, &ulLen) != 0) {
+        uint32_t ulLen = 0; /* stays 0 when the receive finds no frame at all */
+        if (CLI_ComRecv(fd, COM_TYPE_RFID, aucFrame, &ulLen) != 0) {
             CLI_ERROR("recv com data fail");
             (void)usleep(kSearchPauseMicroseconds);
             continue;

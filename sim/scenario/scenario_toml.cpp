@@ -7,6 +7,7 @@
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
 #include "peripherals/scripted_peer_toml.h"
+#include "peripherals/zigbee_toml.h"
 #include "scenario/scenario.h"
 #include "scenario/section.h"
 
@@ -344,12 +345,16 @@ std::string default_scenario_path()
 
 namespace
 {
+// One peer a line, so that each new peer is a line of its own.
+// clang-format off
 const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"script", load_script_peer},
     {"hub", load_hub_peer},
     {"gps", load_gps_peer},
     {"box", load_box_peer},
+    {"zigbee", load_zigbee_peer},
 };
+// clang-format on
 } // namespace
 
 PeerLoader find_peer_loader(std::string_view name)

@@ -110,6 +110,7 @@ class ZigbeePeer : public MessagePeer
 
     explicit ZigbeePeer(ZigbeeSetup setup);
 
+    const ZigbeeSetup &setup() const { return setup_; }
     const std::vector<ZigbeeHeard> &heard() const { return heard_; }
     // Bytes that were not part of any frame.
     size_t skipped() const { return skipped_; }

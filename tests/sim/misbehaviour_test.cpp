@@ -340,7 +340,8 @@ TEST_P(SharedKeys, BadChecksumAndOversizeOnlyWhereThePeerHasAHook)
 
 INSTANTIATE_TEST_SUITE_P(Peers, SharedKeys,
                          ::testing::Values(PeerKind{"script", false, false}, PeerKind{"gps", true, false},
-                                           PeerKind{"hub", true, true}, PeerKind{"box", true, true}),
+                                           PeerKind{"hub", true, true}, PeerKind{"box", true, true},
+                                           PeerKind{"zigbee", true, true}),
                          [](const auto &info) { return std::string(info.param.name); });
 
 class SharedKeyMistakes : public ::testing::TestWithParam<clitest::ScenarioMistake>

@@ -8,6 +8,7 @@
 #include "peripherals/hub_toml.h"
 #include "peripherals/rfid_toml.h"
 #include "peripherals/scripted_peer_toml.h"
+#include "peripherals/zigbee_toml.h"
 #include "scenario/scenario.h"
 #include "scenario/section.h"
 
@@ -353,6 +354,7 @@ const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"gps", load_gps_peer},
     {"box", load_box_peer},
     {"rfid", load_rfid_peer},
+    {"zigbee", load_zigbee_peer},
 };
 // clang-format on
 } // namespace

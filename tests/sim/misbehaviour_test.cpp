@@ -339,9 +339,14 @@ TEST_P(SharedKeys, BadChecksumAndOversizeOnlyWhereThePeerHasAHook)
 }
 
 INSTANTIATE_TEST_SUITE_P(Peers, SharedKeys,
-                         ::testing::Values(PeerKind{"script", false, false}, PeerKind{"gps", true, false},
-                                           PeerKind{"hub", true, true}, PeerKind{"box", true, true},
-                                           PeerKind{"rfid", true, true}),
+                         // clang-format off: one peer a line
+                         ::testing::Values(PeerKind{"script", false, false},
+                                           PeerKind{"gps", true, false},
+                                           PeerKind{"hub", true, true},
+                                           PeerKind{"box", true, true},
+                                           PeerKind{"rfid", true, true},
+                                           PeerKind{"zigbee", true, true}),
+                         // clang-format on
                          [](const auto &info) { return std::string(info.param.name); });
 
 class SharedKeyMistakes : public ::testing::TestWithParam<clitest::ScenarioMistake>

@@ -2,7 +2,10 @@
 
 #include "clidriver/clidriver.h"
 
+#include <climits>
 #include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "core/clock.h"
 #include "core/journal.h"
@@ -18,6 +21,7 @@ namespace
 {
 
 sim::Startup g_startup;
+std::string g_camera_name;
 
 // The shell's serial port list: it lives as long as the shell, as on the camera.
 CliSerialPort g_astPorts[3];
@@ -30,6 +34,28 @@ void start(const std::string &scenario_path, FILE *console)
     sim::start(scenario);
     sim::platform().set_console(console);
     g_startup = scenario.startup;
+    g_camera_name = scenario.name;
+}
+
+const std::string &camera_name()
+{
+    return g_camera_name;
+}
+
+std::string default_scenario()
+{
+#ifdef CLIDRIVER_INSTALLED_SCENARIOS
+    char executable[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", executable, sizeof executable - 1);
+    if (length > 0) {
+        std::string path(executable, static_cast<size_t>(length));
+        path = path.substr(0, path.rfind('/') + 1) + CLIDRIVER_INSTALLED_SCENARIOS "/default.toml";
+        struct stat status = {};
+        if (stat(path.c_str(), &status) == 0)
+            return path;
+    }
+#endif
+    return CLIDRIVER_SCENARIO_DIR "/default.toml";
 }
 
 void run_startup(FILE *trace)

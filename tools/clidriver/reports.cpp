@@ -222,7 +222,8 @@ std::string junit_xml(const ScriptRun &run, const RunInfo &info)
     xml += "    <properties>\n";
     const auto property = [&](const char *name, const std::string &value) {
         if (!value.empty())
-            xml += "      <property name=\"" + std::string(name) + "\" value=\"" + xml_escape(value, true) + "\"/>\n";
+            xml += "      <property name=\"" + std::string(name) + "\" value=\"" + xml_escape(value, true) +
+                   "\"/>\n";
     };
     property("dut_id", info.dut);
     property("station_id", info.station);
@@ -244,17 +245,20 @@ std::string junit_xml(const ScriptRun &run, const RunInfo &info)
         const std::string name = step_name(outcome);
         xml += "    <testcase classname=\"" + suite + "\" name=\"" + xml_escape(name, true) + "\" time=\"" +
                seconds(outcome.result.wall_ns) + "\">\n";
-        const std::string reason = outcome.run ? outcome.verdict.reason : "not run: the run stopped at its first failure";
+        const std::string reason =
+            outcome.run ? outcome.verdict.reason : "not run: the run ended before this step";
         const std::string message = xml_escape(reason, true);
         if (!outcome.run || outcome.verdict.outcome == Outcome::Skip)
             xml += "      <skipped message=\"" + message + "\"/>\n";
         else if (outcome.verdict.outcome == Outcome::Fail)
             xml += "      <failure type=\"" +
-                   std::string(outcome.result.status.value_or(0) != outcome.line->expected ? "status" : "limit") +
-                   "\" message=\"" + message + "\">" + xml_escape(name + ": " + reason, false) + "</failure>\n";
+                   std::string(outcome.result.status.value_or(0) != outcome.line->expected ? "status"
+                                                                                           : "limit") +
+                   "\" message=\"" + message + "\">" + xml_escape(name + ": " + reason, false) +
+                   "</failure>\n";
         else if (outcome.verdict.outcome == Outcome::Error)
-            xml += "      <error type=\"error\" message=\"" + message + "\">" + xml_escape(name + ": " + reason, false) +
-                   "</error>\n";
+            xml += "      <error type=\"error\" message=\"" + message + "\">" +
+                   xml_escape(name + ": " + reason, false) + "</error>\n";
         if (outcome.run) {
             xml += "      <system-out>" + xml_escape(measurement_lines(outcome) + outcome.result.out, false) +
                    "</system-out>\n";
@@ -311,9 +315,10 @@ std::string json_report(const ScriptRun &run, const RunInfo &info)
         json += "], \"expected_status\": " + std::to_string(line.expected);
         json += ", \"status\": " + (outcome.run && result.called ? json_or_null(result.status) : "null");
         json += ", \"run\": " + std::string(outcome.run ? "true" : "false");
-        json += ", \"outcome\": \"" + std::string(outcome.run ? outcome_name(outcome.verdict.outcome) : "SKIP") + "\"";
+        json += ", \"outcome\": \"" +
+                std::string(outcome.run ? outcome_name(outcome.verdict.outcome) : "SKIP") + "\"";
         json += ", \"outcome_details\": " +
-                json_string(outcome.run ? outcome.verdict.reason : "not run: the run stopped at its first failure");
+                json_string(outcome.run ? outcome.verdict.reason : "not run: the run ended before this step");
         json += ", \"attempts\": " + std::to_string(outcome.attempts);
         json += ", \"retries\": " + std::to_string(line.options.retries);
         if (line.options.timeout_s) {

@@ -39,7 +39,8 @@ std::string read_expectations(const Shell &shell, const CommandLine &command, in
             return error;
     }
     const Entry *entry = find_command(command.name);
-    const std::vector<MeasurementSpec> specs = entry != nullptr ? measurements_of(*entry) : std::vector<MeasurementSpec>{};
+    const std::vector<MeasurementSpec> specs =
+        entry != nullptr ? measurements_of(*entry) : std::vector<MeasurementSpec>{};
     if (std::string error = parse_checks(command.checks, specs, options); !error.empty())
         return error;
     if (measures != nullptr)
@@ -79,7 +80,8 @@ Script parse_script(std::string_view text, const std::string &source, const Shel
             errors.push_back(where + error);
             continue;
         }
-        if (std::string error = read_expectations(shell, line.command, line.expected, line.options, &line.measures);
+        if (std::string error =
+                read_expectations(shell, line.command, line.expected, line.options, &line.measures);
             !error.empty()) {
             errors.push_back(where + error);
             continue;
@@ -208,12 +210,13 @@ void run_script(Shell &shell, const Script &script, const RunOptions &options, S
 
 void tally(ScriptRun &run)
 {
-    run.passed = run.failed = run.errors = run.skipped = 0;
+    run.passed = run.failed = run.errors = run.skipped = run.not_run = 0;
     if (run.simulated_start_ns && run.simulated_end_ns)
         run.simulated_ns = *run.simulated_end_ns - *run.simulated_start_ns;
     for (const LineOutcome &outcome : run.lines) {
         if (!outcome.run) {
             ++run.skipped;
+            ++run.not_run;
             continue;
         }
         switch (outcome.verdict.outcome) {
@@ -241,14 +244,14 @@ void print_summary(FILE *out, const ScriptRun &run)
         width = std::max(width, outcome.line->command.display().size());
     const int w = static_cast<int>(width);
     fprintf(out, "\nSummary of %s\n", run.source.c_str());
-    fprintf(out, "%4s  %-*s  %8s  %3s  %-7s  %10s  %11s\n", "line", w, "command", "expected", "got", "outcome",
-            "wall", "simulated");
+    fprintf(out, "%4s  %-*s  %8s  %3s  %-7s  %10s  %11s\n", "line", w, "command", "expected", "got",
+            "outcome", "wall", "simulated");
     for (const LineOutcome &outcome : run.lines) {
         const CallResult &result = outcome.result;
         if (!outcome.run) {
             fprintf(out, "%4d  %-*s  %8lld  %3s  %-7s  %10s  %11s\n", outcome.line->number, w,
-                    outcome.line->command.display().c_str(), static_cast<long long>(outcome.line->expected), "",
-                    "NOT RUN", "", "");
+                    outcome.line->command.display().c_str(), static_cast<long long>(outcome.line->expected),
+                    "", "NOT RUN", "", "");
             continue;
         }
         const std::string got = !result.called ? "!" : result.status ? std::to_string(*result.status) : "-";
@@ -262,12 +265,14 @@ void print_summary(FILE *out, const ScriptRun &run)
                 simulated ? format_simulated(*simulated).c_str() : "-");
         if (outcome.verdict.outcome == Outcome::Fail || outcome.verdict.outcome == Outcome::Error)
             fprintf(out, "%6s%s%s\n", "", outcome.verdict.reason.c_str(),
-                    outcome.attempts > 1 ? (" (after " + std::to_string(outcome.attempts) + " attempts)").c_str()
-                                         : "");
+                    outcome.attempts > 1
+                        ? (" (after " + std::to_string(outcome.attempts) + " attempts)").c_str()
+                        : "");
     }
-    fprintf(out, "%zu step%s: %zu passed, %zu failed, %zu error%s, %zu skipped; wall %s, simulated %s\n",
+    const std::string not_run = run.not_run > 0 ? " (" + std::to_string(run.not_run) + " not run)" : "";
+    fprintf(out, "%zu step%s: %zu passed, %zu failed, %zu error%s, %zu skipped%s; wall %s, simulated %s\n",
             run.lines.size(), run.lines.size() == 1 ? "" : "s", run.passed, run.failed, run.errors,
-            run.errors == 1 ? "" : "s", run.skipped, format_wall(run.wall_ns).c_str(),
+            run.errors == 1 ? "" : "s", run.skipped, not_run.c_str(), format_wall(run.wall_ns).c_str(),
             run.simulated_ns ? format_simulated(*run.simulated_ns).c_str() : "-");
     fflush(out);
 }

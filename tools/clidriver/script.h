@@ -91,7 +91,7 @@ struct LineOutcome {
     CallResult result;
     Verdict verdict;
     int attempts = 0;
-    int64_t start_ms = 0, end_ms = 0; // wall clock, milliseconds since 1970
+    int64_t start_ms = 0, end_ms = 0;                            // wall clock, milliseconds since 1970
     std::optional<int64_t> simulated_start_ns, simulated_end_ns; // the simulated camera's clock
 };
 
@@ -99,6 +99,7 @@ struct ScriptRun {
     std::string source;
     std::vector<LineOutcome> lines;
     size_t passed = 0, failed = 0, errors = 0, skipped = 0;
+    size_t not_run = 0; // of the skipped: steps the run never reached (it stopped, or a command ended it)
     int64_t wall_ns = 0;
     std::optional<int64_t> simulated_ns; // none on a camera
     bool captured = false;               // the lines' output is in the outcomes

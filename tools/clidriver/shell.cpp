@@ -6,6 +6,7 @@
 
 #include "capture.h"
 #include "checks.h"
+#include "command_pages.h"
 #include "number.h"
 #include "readings.h"
 #include "script.h"
@@ -243,7 +244,8 @@ bool Shell::run_line(std::string_view text)
     const CallResult result = call(line.name, line.words);
     line_code_ = exit_code(result);
     if (result.called && line.expect) {
-        const Verdict verdict = judge(result, expected, options, result.simulated_ns.value_or(result.wall_ns));
+        const Verdict verdict =
+            judge(result, expected, options, result.simulated_ns.value_or(result.wall_ns));
         print_verdict(out_, verdict);
         line_code_ = verdict.outcome == Outcome::Fail || verdict.outcome == Outcome::Error ? 1 : 0;
     }
@@ -298,22 +300,54 @@ void Shell::help(std::string_view topic)
         fputs("  a support operation of the library\n", out_);
         break;
     }
+    // The command's page, indented under the signature.
+    std::string_view page = command_page(entry->name);
+    if (!page.empty())
+        fputc('\n', out_);
+    while (!page.empty()) {
+        const size_t end = std::min(page.find('\n'), page.size());
+        const std::string_view text = page.substr(0, end);
+        fprintf(out_, "%s%.*s\n", text.empty() ? "" : "  ", static_cast<int>(text.size()), text.data());
+        page.remove_prefix(std::min(end + 1, page.size()));
+    }
     fflush(out_);
 }
 
+namespace
+{
+
+// Who answers under a name on this model: the model's (or the library's) own code, a default
+// (whose standard body answers "unsupport this function"), or a support operation of the library.
+const char *answered_by(const Entry &entry)
+{
+    switch (entry.origin) {
+    case Origin::Command:
+        return entry.default_in_force ? "default" : "implemented";
+    case Origin::Default:
+        return "default";
+    case Origin::Support:
+        return "support";
+    }
+    return "";
+}
+
+} // namespace
+
 void Shell::list(std::string_view filter)
 {
-    size_t shown = 0;
+    std::vector<std::pair<std::string, const Entry *>> shown;
+    size_t width = 0;
     for (const Entry &entry : command_table()) {
         if (!filter.empty() && !contains_ignoring_case(entry.name, filter))
             continue;
-        ++shown;
-        if (entry.callable_here())
-            fprintf(out_, "%s\n", usage(entry).c_str());
-        else
-            fprintf(out_, "%s   (not callable from the shell)\n", entry.name.c_str());
+        std::string text =
+            entry.callable_here() ? usage(entry) : entry.name + "   (not callable from the shell)";
+        width = std::max(width, text.size());
+        shown.emplace_back(std::move(text), &entry);
     }
-    fprintf(out_, "%s\n", count_of(shown, "command").c_str());
+    for (const auto &[text, entry] : shown)
+        fprintf(out_, "%-*s  %s\n", static_cast<int>(width), text.c_str(), answered_by(*entry));
+    fprintf(out_, "%s\n", count_of(shown.size(), "command").c_str());
     fflush(out_);
 }
 

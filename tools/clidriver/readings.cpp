@@ -9,6 +9,10 @@ namespace shell
 namespace
 {
 
+// The longest result line a reading is taken from: the library's longest is a receiver block
+// printed whole (1024 bytes).
+constexpr size_t kLongestResultLine = 4096;
+
 struct Row {
     const char *command;
     const char *format;
@@ -267,6 +271,13 @@ std::vector<Measurement> take_readings(std::string_view command, std::string_vie
         size_t end = out.find('\n', i);
         if (end == std::string_view::npos)
             end = out.size();
+        // A line longer than any result line the library prints carries no reading; matching it
+        // would only cost the pattern matcher (which recurses per character) its stack.
+        if (end - i > kLongestResultLine) {
+            lines.emplace_back();
+            i = end + 1;
+            continue;
+        }
         std::string line(out.substr(i, end - i));
         if (!line.empty() && line.back() == '\r')
             line.pop_back();

@@ -519,7 +519,8 @@ TEST_F(ScenarioFiles, DefaultScenarioLoads)
 
 // Every TOML example of sim/scenarios/README.md loads as it stands, given the files it names: the
 // example folder sits two levels below a folder that holds the repository's tests/data, as
-// sim/scenarios does, and holds the two files the files and commands examples read.
+// sim/scenarios does, and holds the two files the files and commands examples read and the
+// healthy camera the base example builds on.
 TEST(ScenarioReadme, EveryExampleLoads)
 {
     namespace fs = std::filesystem;
@@ -551,6 +552,9 @@ TEST(ScenarioReadme, EveryExampleLoads)
     fs::create_directory_symlink(fs::path(CLIDRIVER_SOURCE_DIR) / "tests" / "data", root / "tests" / "data");
     std::ofstream(folder / "epon" / "releasever-107.txt") << "V1.0.7\n";
     std::ofstream(folder / "usb" / "only-c811.txt") << "Bus 001 Device 002: ID 0bda:c811\n";
+    // The example of a scenario that builds on the healthy camera finds it beside itself.
+    fs::copy_file(fs::path(CLIDRIVER_SOURCE_DIR) / "sim" / "scenarios" / "default.toml",
+                  folder / "default.toml");
     for (const std::string &example : examples) {
         SCOPED_TRACE(example);
         EXPECT_EQ(clitest::scenario_error(example, folder.string()), "");

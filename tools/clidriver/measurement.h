@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace shell
@@ -18,13 +19,20 @@ const char *kind_name(Kind kind); // "integer", "real", "text"
 // What a command can measure: known before anything runs, so a script's limits are checked
 // against it.
 struct MeasurementSpec {
+    MeasurementSpec() = default;
+    MeasurementSpec(std::string name_, Kind kind_, std::string unit_ = {}, bool list_ = false)
+        : name(std::move(name_)), kind(kind_), unit(std::move(unit_)), list(list_)
+    {
+    }
     std::string name;
     Kind kind = Kind::Text;
-    std::string unit; // "V", or empty
+    std::string unit;  // "V", or empty
     bool list = false; // every matching line adds a value
 };
 
 struct Measurement {
+    Measurement() = default;
+    explicit Measurement(MeasurementSpec spec_) : spec(std::move(spec_)) {}
     MeasurementSpec spec;
     bool present = false;           // false: the command printed no such line
     std::string text;               // the value as printed ("012", "44.041305", "HI3516A")

@@ -3,6 +3,7 @@
 #include "clidriver/clidriver.h"
 
 #include <climits>
+#include <filesystem>
 #include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,8 +49,12 @@ std::string default_scenario()
     char executable[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", executable, sizeof executable - 1);
     if (length > 0) {
-        std::string path(executable, static_cast<size_t>(length));
-        path = path.substr(0, path.rfind('/') + 1) + CLIDRIVER_INSTALLED_SCENARIOS "/default.toml";
+        // bin/../share/... written as share/..., as the banner and the reports show it.
+        const std::string path =
+            (std::filesystem::path(std::string(executable, static_cast<size_t>(length))).parent_path() /
+             CLIDRIVER_INSTALLED_SCENARIOS / "default.toml")
+                .lexically_normal()
+                .string();
         struct stat status = {};
         if (stat(path.c_str(), &status) == 0)
             return path;

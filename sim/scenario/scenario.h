@@ -30,6 +30,7 @@ struct Startup {
 
 struct Scenario {
     std::string source; // the file it was read from, for messages
+    std::string name;   // [camera] name: what this camera is, for banners and reports
     uint32_t product_type = 0;
     int64_t boot_epoch = kDefaultBootEpochSeconds;
     std::map<std::string, OpScript> platform;

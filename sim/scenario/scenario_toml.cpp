@@ -1,8 +1,14 @@
 // Reads sim/scenarios/*.toml. The schema, with an example per section, is in
 // sim/scenarios/README.md.
+#include <algorithm>
+#include <cctype>
 #include <cstring>
+#include <set>
 #include <sstream>
 
+#include "devices/chardev.h"
+#include "devices/files.h"
+#include "devices/serial.h"
 #include "peripherals/box_toml.h"
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
@@ -27,6 +33,62 @@ std::vector<uint8_t> words_to_bytes(const std::vector<int64_t> &words)
     return bytes;
 }
 
+// Ranges of the numbers a scenario hands the library: 32-bit words, descriptors' results, exit codes.
+constexpr int64_t kWordLowest = INT32_MIN;  // a word may be written signed ...
+constexpr int64_t kWordHighest = UINT32_MAX; // ... or unsigned
+constexpr int64_t kUnsignedHighest = UINT32_MAX;
+constexpr int64_t kLargestRecord = 65536; // bytes behind a request's pointer
+
+std::string lower(std::string_view text)
+{
+    std::string result(text);
+    for (char &c : result)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return result;
+}
+
+// Edit distance, letter case ignored: "/dev/gpiodev" is 0 away from "/dev/gpioDev".
+size_t distance(std::string_view a, std::string_view b)
+{
+    const std::string x = lower(a), y = lower(b);
+    std::vector<size_t> row(y.size() + 1);
+    for (size_t j = 0; j <= y.size(); ++j)
+        row[j] = j;
+    for (size_t i = 1; i <= x.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= y.size(); ++j) {
+            const size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (x[i - 1] == y[j - 1] ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return row[y.size()];
+}
+
+// A path, file or command the scenario names must be one the library uses: anything else would
+// be a misspelling silently taken for a missing device. `known` is the simulator's own list.
+void check_known(const Section &section, const toml::node &where, const std::string &name, const char *what,
+                 const char *const *known)
+{
+    std::string best, all;
+    size_t best_distance = SIZE_MAX;
+    for (const char *const *item = known; *item != nullptr; ++item) {
+        if (name == *item)
+            return;
+        all += (all.empty() ? "" : ", ") + std::string(*item);
+        if (const size_t d = distance(name, *item); d < best_distance)
+            best_distance = d, best = *item;
+    }
+    constexpr size_t kMostEdits = 3;
+    std::string message = "the library uses no " + std::string(what) + " \"" + name + "\"";
+    if (best_distance <= kMostEdits)
+        message += "; did you mean \"" + best + "\"?";
+    else
+        message += " (it uses: " + all + ")";
+    section.fail_at(where, name, message);
+}
+
 // Each entry of a table that maps names to a string (what `string_means`) or to a table of keys.
 template <typename Plain, typename Full>
 void each_string_or_table(const Section &section, const std::string &string_means, Plain plain, Full full)
@@ -45,9 +107,11 @@ void each_string_or_table(const Section &section, const std::string &string_mean
 void read_camera(const Section &camera, Scenario &scenario)
 {
     camera.only({"name", "product_type", "boot_epoch"});
-    if (auto type = camera.integer("product_type"))
+    scenario.name = camera.string("name").value_or("");
+    if (auto type = camera.integer_in("product_type", 0, kUnsignedHighest))
         scenario.product_type = static_cast<uint32_t>(*type);
-    if (auto epoch = camera.integer("boot_epoch"))
+    // The camera's time_t is 32 bits wide.
+    if (auto epoch = camera.integer_in("boot_epoch", 0, INT32_MAX))
         scenario.boot_epoch = *epoch;
 }
 
@@ -62,18 +126,18 @@ void read_platform(const Section &platform, Scenario &scenario)
         if (name == "drv_GetAlarmCnt") {
             op->only({"inputs", "outputs"});
             CliAlarmCount count{};
-            count.ulInputs = static_cast<uint32_t>(op->integer("inputs").value_or(0));
-            count.ulOutputs = static_cast<uint32_t>(op->integer("outputs").value_or(0));
+            count.ulInputs = static_cast<uint32_t>(op->integer_in("inputs", 0, kUnsignedHighest).value_or(0));
+            count.ulOutputs = static_cast<uint32_t>(op->integer_in("outputs", 0, kUnsignedHighest).value_or(0));
             scenario.alarm_count = count;
             continue;
         }
         op->only({"result", "results", "words", "text", "bytes"});
         OpScript script;
-        if (auto result = op->integer("result"))
+        if (auto result = op->integer_in("result", kWordLowest, kWordHighest))
             script.result = *result;
-        if (auto results = op->integers("results"))
+        if (auto results = op->integers_in("results", kWordLowest, kWordHighest))
             script.sequence.assign(results->begin(), results->end());
-        if (auto words = op->integers("words"))
+        if (auto words = op->integers_in("words", kWordLowest, kWordHighest))
             script.out = words_to_bytes(*words);
         if (auto text = op->string("text")) {
             script.out.assign(text->begin(), text->end());
@@ -87,6 +151,8 @@ void read_platform(const Section &platform, Scenario &scenario)
 
 void read_files(const Section &files, Scenario &scenario)
 {
+    for (const auto &[key, value] : files.raw())
+        check_known(files, value, std::string(key.str()), "file", kCameraFiles);
     each_string_or_table(
         files, "the content",
         [&](const std::string &path, const std::string &content) {
@@ -105,6 +171,8 @@ void read_files(const Section &files, Scenario &scenario)
 
 void read_commands(const Section &commands, Scenario &scenario)
 {
+    for (const auto &[key, value] : commands.raw())
+        check_known(commands, value, std::string(key.str()), "shell command", kCameraCommands);
     each_string_or_table(
         commands, "the output",
         [&](const std::string &command, const std::string &output) {
@@ -114,7 +182,7 @@ void read_commands(const Section &commands, Scenario &scenario)
             entry.only({"output", "from", "status", "fail"});
             CommandScript script;
             script.output = entry.text_or_file("output", "from").value_or("");
-            script.exit_status = static_cast<int>(entry.integer("status").value_or(0));
+            script.exit_status = static_cast<int>(entry.integer_in("status", 0, 255).value_or(0));
             script.popen_errno = entry.error_number("fail").value_or(0);
             scenario.commands[command] = script;
         });
@@ -123,11 +191,11 @@ void read_commands(const Section &commands, Scenario &scenario)
 IoctlAnswer read_answer(const Section &answer)
 {
     IoctlAnswer result;
-    result.result = static_cast<int>(answer.integer("result").value_or(0));
+    result.result = static_cast<int>(answer.integer_in("result", INT32_MIN, INT32_MAX).value_or(0));
     result.err = answer.error_number("errno").value_or(0);
     if (answer.raw().contains("errno") && !answer.raw().contains("result"))
         result.result = -1;
-    if (auto words = answer.integers("words"))
+    if (auto words = answer.integers_in("words", kWordLowest, kWordHighest))
         result.out = words_to_bytes(*words);
     if (auto bytes = answer.bytes("bytes"))
         result.out = *bytes;
@@ -138,6 +206,7 @@ void read_devices(const Section &devices, Scenario &scenario)
 {
     for (const auto &[key, value] : devices.raw()) {
         const std::string path(key.str());
+        check_known(devices, value, path, "character device", kCameraDevices);
         const auto entry = devices.table(path);
         entry->only({"absent", "open_errno", "request", "register_file"});
         DeviceScript device;
@@ -145,13 +214,14 @@ void read_devices(const Section &devices, Scenario &scenario)
         device.open_errno = entry->error_number("open_errno").value_or(0);
         for (const Section &request : entry->tables("request")) {
             request.only({"number", "size", "result", "errno", "words", "bytes", "sequence"});
-            const auto number = request.integer("number");
+            // Request numbers are the camera's 32-bit unsigned long.
+            const auto number = request.integer_in("number", 0, kUnsignedHighest);
             if (!number)
                 request.fail("number", "every request needs its number");
             RequestScript script;
             const int64_t size = request.integer("size").value_or(0);
-            if (size < 0)
-                request.fail("size", "expected a size in bytes, 0 or more");
+            if (size < 0 || size > kLargestRecord)
+                request.fail("size", "expected a size in bytes, 0.." + std::to_string(kLargestRecord));
             script.arg_size = static_cast<size_t>(size);
             script.answer = read_answer(request);
             for (const Section &step : request.tables("sequence")) {
@@ -164,8 +234,10 @@ void read_devices(const Section &devices, Scenario &scenario)
             registers->only({"read", "write", "record_words", "index_word", "value_word", "registers",
                              "read_back_or", "read_back_and"});
             auto file = std::make_shared<RegisterFile>();
-            file->read_request = static_cast<unsigned long>(registers->integer("read").value_or(0));
-            file->write_request = static_cast<unsigned long>(registers->integer("write").value_or(0));
+            file->read_request =
+                static_cast<unsigned long>(registers->integer_in("read", 0, kUnsignedHighest).value_or(0));
+            file->write_request =
+                static_cast<unsigned long>(registers->integer_in("write", 0, kUnsignedHighest).value_or(0));
             const int64_t record_words = registers->integer("record_words").value_or(3);
             if (record_words < 1)
                 registers->fail("record_words", "expected 1 or more words");
@@ -179,10 +251,12 @@ void read_devices(const Section &devices, Scenario &scenario)
             };
             file->index_word = word_in_record("index_word", 1);
             file->value_word = word_in_record("value_word", 2);
-            file->read_back_or = static_cast<uint32_t>(registers->integer("read_back_or").value_or(0));
-            file->read_back_and =
-                static_cast<uint32_t>(registers->integer("read_back_and").value_or(0xFFFFFFFF));
-            const auto pairs = registers->integers("registers").value_or(std::vector<int64_t>{});
+            file->read_back_or =
+                static_cast<uint32_t>(registers->integer_in("read_back_or", 0, kUnsignedHighest).value_or(0));
+            file->read_back_and = static_cast<uint32_t>(
+                registers->integer_in("read_back_and", 0, kUnsignedHighest).value_or(0xFFFFFFFF));
+            const auto pairs =
+                registers->integers_in("registers", 0, kUnsignedHighest).value_or(std::vector<int64_t>{});
             if (pairs.size() % 2 != 0)
                 registers->fail("registers", "expected register, value pairs");
             for (size_t i = 0; i + 1 < pairs.size(); i += 2)
@@ -197,6 +271,7 @@ void read_ports(const Section &ports, Scenario &scenario)
 {
     for (const auto &[key, value] : ports.raw()) {
         const std::string path(key.str());
+        check_known(ports, value, path, "serial port", kCameraPorts);
         const auto entry = ports.table(path);
         PortScript port;
         port.present = !entry->boolean("absent").value_or(false);
@@ -254,7 +329,7 @@ void read_wifi(const Section &wifi, Scenario &scenario)
 void read_threads(const Section &threads, Scenario &scenario)
 {
     threads.only({"fail_next", "errno"});
-    scenario.threads.fail_next = static_cast<int>(threads.integer("fail_next").value_or(0));
+    scenario.threads.fail_next = static_cast<int>(threads.integer_in("fail_next", 0, INT32_MAX).value_or(0));
     scenario.threads.err = threads.error_number("errno").value_or(EAGAIN);
 }
 
@@ -285,7 +360,10 @@ std::string directory_of(const std::string &path)
 
 } // namespace
 
-Scenario parse_scenario(const std::string &text, const std::string &source_name, const std::string &base_dir)
+namespace
+{
+
+toml::table parse_table(const std::string &text, const std::string &source_name)
 {
     // Scenario files are ASCII. toml++ 3.3 reaches __builtin_unreachable when it meets some
     // non-ASCII characters where whitespace may stand (found by fuzzing); other characters are
@@ -298,18 +376,91 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
             throw ScenarioError(source_name + ":" + std::to_string(line) +
                                 ": non-ASCII character; write it as a \\u escape inside a string");
     }
-    toml::table root;
     try {
-        root = toml::parse(text, source_name);
+        return toml::parse(text, source_name);
     } catch (const toml::parse_error &error) {
         std::ostringstream message;
         message << source_name << ":" << error.source().begin.line << ": " << error.description();
         throw ScenarioError(message.str());
     }
+}
+
+// An array of tables each of which has a `number` (a device's requests): a scenario built on
+// another replaces the requests it names and keeps the others.
+bool numbered(const toml::array &array)
+{
+    return !array.empty() && std::all_of(array.begin(), array.end(), [](const toml::node &item) {
+        return item.is_table() && item.as_table()->contains("number");
+    });
+}
+
+// Lays `from` over `into`: tables merge key by key (except a table naming a `peer`, which
+// replaces the old one whole), numbered requests by number; anything else from `from` replaces
+// what `into` had. Nodes are moved, so each keeps the file it was read from.
+void merge_into(toml::table &into, toml::table &&from)
+{
+    for (auto &&[key, value] : from) {
+        toml::node *existing = into.get(key);
+        // A table that names its peer describes the peer anew (the hub where the base has the GPS
+        // receiver); one that does not adds to the base's peer (a `mode = "silent"`).
+        if (existing != nullptr && existing->is_table() && value.is_table() &&
+            !value.as_table()->contains("peer")) {
+            merge_into(*existing->as_table(), std::move(*value.as_table()));
+            continue;
+        }
+        if (existing != nullptr && existing->is_array() && value.is_array() && numbered(*existing->as_array()) &&
+            numbered(*value.as_array())) {
+            toml::array &requests = *existing->as_array();
+            for (toml::node &request : *value.as_array()) {
+                const auto number = request.as_table()->get("number")->value<int64_t>();
+                auto same = std::find_if(requests.begin(), requests.end(), [&](const toml::node &old) {
+                    return old.as_table()->get("number")->value<int64_t>() == number;
+                });
+                if (same != requests.end())
+                    requests.replace(same, std::move(*request.as_table()));
+                else
+                    requests.push_back(std::move(*request.as_table()));
+            }
+            continue;
+        }
+        into.insert_or_assign(key, std::move(value));
+    }
+}
+
+// The scenario's table with the scenario it builds on (`base = "FILE"`, relative to the file)
+// laid under it, and that one's base under it in turn.
+toml::table with_base(toml::table root, const std::string &source_name, const std::string &base_dir,
+                      std::vector<std::string> &chain)
+{
+    const toml::node *base = root.get("base");
+    if (base == nullptr)
+        return root;
+    const Section top(root, "", source_name, base_dir);
+    const std::string path = *top.file_path("base");
+    if (!base->is_string() || path.empty())
+        top.fail("base", "expected the file of the scenario this one builds on");
+    if (std::find(chain.begin(), chain.end(), path) != chain.end() || chain.size() > 8)
+        top.fail("base", "the scenarios build on each other in a circle (" + path + ")");
+    const auto text = read_file(path);
+    if (!text)
+        top.fail("base", "cannot read " + path);
+    chain.push_back(path);
+    toml::table under = with_base(parse_table(*text, path), path, directory_of(path), chain);
+    root.erase("base");
+    merge_into(under, std::move(root));
+    return under;
+}
+
+} // namespace
+
+Scenario parse_scenario(const std::string &text, const std::string &source_name, const std::string &base_dir)
+{
+    std::vector<std::string> chain;
+    toml::table root = with_base(parse_table(text, source_name), source_name, base_dir, chain);
     Scenario scenario;
     scenario.source = source_name;
     const Section top(root, "", source_name, base_dir);
-    top.only({"camera", "startup", "platform", "files", "commands", "devices", "ports", "wifi", "threads"});
+    top.only({"base", "camera", "startup", "platform", "files", "commands", "devices", "ports", "wifi", "threads"});
     if (auto camera = top.table("camera"))
         read_camera(*camera, scenario);
     if (auto platform = top.table("platform"))

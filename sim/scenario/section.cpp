@@ -24,10 +24,35 @@ std::string Section::key_path(std::string_view key) const
     return key.empty() ? path_ : path_ + "." + std::string(key);
 }
 
+namespace
+{
+
+std::string directory_of(const std::string &path)
+{
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
+} // namespace
+
+// A scenario built on another holds nodes read from both files: each node keeps the file it came
+// from, so a message names the file the mistake is in and a relative path is read from there.
+const std::string &Section::file_of(const toml::node &node) const
+{
+    const auto &path = node.source().path;
+    return path && !path->empty() ? *path : file_;
+}
+
+std::string Section::dir_of(const toml::node &node) const
+{
+    const auto &path = node.source().path;
+    return path && !path->empty() && *path != file_ ? directory_of(*path) : base_dir_;
+}
+
 void Section::fail_at(const toml::node &node, std::string_view key, const std::string &message) const
 {
     std::ostringstream text;
-    text << file_ << ":" << node.source().begin.line << ": " << key_path(key) << ": " << message;
+    text << file_of(node) << ":" << node.source().begin.line << ": " << key_path(key) << ": " << message;
     throw ScenarioError(text.str());
 }
 
@@ -157,6 +182,16 @@ std::optional<int64_t> Section::integer_in(std::string_view key, int64_t low, in
     return value;
 }
 
+std::optional<std::vector<int64_t>> Section::integers_in(std::string_view key, int64_t low, int64_t high) const
+{
+    const auto values = integers(key);
+    if (values)
+        for (const toml::node &item : *node(key)->as_array())
+            if (const int64_t value = *item.value<int64_t>(); value < low || value > high)
+                fail_at(item, key, "expected values " + std::to_string(low) + ".." + std::to_string(high));
+    return values;
+}
+
 std::optional<Nanos> Section::milliseconds(std::string_view key) const
 {
     const auto value = number(key);
@@ -218,7 +253,7 @@ std::optional<std::string> Section::file_path(std::string_view key) const
     auto relative = string(key);
     if (!relative || relative->empty() || (*relative)[0] == '/')
         return relative;
-    return base_dir_ + "/" + *relative;
+    return dir_of(*node(key)) + "/" + *relative;
 }
 
 namespace

@@ -41,6 +41,8 @@ class Section
     std::optional<std::vector<uint8_t>> bytes_or_text(std::string_view key) const;
     // An integer that must lie in low..high ("expected low..high").
     std::optional<int64_t> integer_in(std::string_view key, int64_t low, int64_t high) const;
+    // An array of integers, each in low..high.
+    std::optional<std::vector<int64_t>> integers_in(std::string_view key, int64_t low, int64_t high) const;
     // A time given in milliseconds (`KEY` ends in _ms), integer or not, 0 or more.
     std::optional<Nanos> milliseconds(std::string_view key) const;
     std::optional<int> error_number(std::string_view key) const; // "EIO" or 5
@@ -65,6 +67,8 @@ class Section
 
   private:
     const toml::node *node(std::string_view key) const;
+    const std::string &file_of(const toml::node &node) const;
+    std::string dir_of(const toml::node &node) const;
     template <typename T>
     std::optional<T> scalar(std::string_view key, bool (toml::node::*is)() const noexcept,
                             const char *expected) const;

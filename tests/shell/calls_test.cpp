@@ -184,7 +184,11 @@ TEST_F(ShellCalls, HelpAndList)
               "  lent by the shell and printed after the call: pulOut\n"
               "  answered by its default __CLI_HeatCtrlBoardToSlot\n");
     call = run([&] { shell.run_once("list", {"gpscoor"}); });
-    EXPECT_EQ(call.out, "CLI_GetGpsCoor ulMode\n__CLI_GetGpsCoor ulMode\n2 commands\n");
+    EXPECT_EQ(call.out,
+              "CLI_GetGpsCoor ulMode    implemented\n__CLI_GetGpsCoor ulMode  default\n2 commands\n");
+    call = run([&] { shell.run_once("list", {"GETRAWDATA"}); });
+    EXPECT_EQ(call.out, "CLI_GetRawData    default\n__CLI_GetRawData  default\n2 commands\n")
+        << "a command this model leaves to its default is marked so";
     call = run([&] { shell.run_once("list", {"nothing like it"}); });
     EXPECT_EQ(call.out, "no commands\n");
     call = run([&] { shell.run_once("help", {}); });
@@ -204,8 +208,14 @@ TEST_F(ShellCalls, PromptLines)
     Call call = run([&] { go_on = shell.run_line("CLI_HeatCtrlBoardToSlot 1 2   # slot check"); });
     EXPECT_TRUE(go_on);
     EXPECT_EQ(call.out, "  *pulOut = 2 (0x2)\n=> 0\n");
-    call = run([&] { go_on = shell.run_line("CLI_GetRawData => 1"); });
+    call = run([&] { go_on = shell.run_line("CLI_GetCpuInfo => 1"); });
     EXPECT_NE(call.out.find("=> 0\nFAIL: expected 1, got 0\n"), std::string::npos) << call.out;
+    EXPECT_EQ(shell.line_code(), 1);
+    call = run([&] { go_on = shell.run_line("CLI_GetRawData => 1"); });
+    EXPECT_NE(call.out.find("=> 0\nSKIP: the model's default answered \"unsupport this function\"\n"),
+              std::string::npos)
+        << call.out;
+    EXPECT_EQ(shell.line_code(), 0) << "a default that answered tested nothing: no failure";
     call = run([&] { go_on = shell.run_line("CLI_GetFlashType => -1"); });
     EXPECT_TRUE(call.journal.empty()) << "an impossible expectation stops the line before the call";
     EXPECT_NE(call.err.find("expected status: '-1' is out of range for uint32_t"), std::string::npos)

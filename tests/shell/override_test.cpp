@@ -65,7 +65,7 @@ class Overrides : public shelltest::ShellTest
         script_ = shell::parse_script(text, "station/line7.cli", shell, errors);
         EXPECT_TRUE(errors.empty());
         shell::ScriptRun result;
-        const Call done = run([&] { result = shell::run_script(shell, script_, true); });
+        const Call done = run([&] { shell::run_script(shell, script_, shell::RunOptions{true}, result); });
         if (call != nullptr)
             *call = done;
         return result;
@@ -119,6 +119,7 @@ TEST_F(Overrides, ScriptFailsOnAMismatchAndSaysWhere)
         run_text("CLI_GetRawData\nCLI_GetRawData => 1\nCLI_ZoomTracking\n", &call);
     EXPECT_EQ(result.passed, 2u);
     EXPECT_EQ(result.failed, 1u);
+    EXPECT_EQ(result.skipped, 0u) << "a command the model defines is never taken for its default";
     EXPECT_EQ(shell::exit_code(result), 1);
     EXPECT_EQ(result.simulated_ns, 2 * sim::kSecond);
     EXPECT_EQ(result.lines[2].result.simulated_ns, 2 * sim::kSecond);
@@ -133,7 +134,7 @@ TEST_F(Overrides, JunitReportIsWellFormedWithTheRightCounts)
     g_raw_status = 1;
     const shell::ScriptRun result = run_text(
         "CLI_GetRawData\nCLI_GetRawData => 1\nCLI_GetCpuInfo => 3\nCLI_GetCpuInfo\n__CLI_EncodeInit\n");
-    const std::string xml = shell::junit_xml(result);
+    const std::string xml = shell::junit_xml(result, shell::RunInfo{});
     std::string error;
     const auto root = shelltest::read_xml(xml, error);
     ASSERT_TRUE(root) << error << "\n" << xml;
@@ -150,14 +151,17 @@ TEST_F(Overrides, JunitReportIsWellFormedWithTheRightCounts)
     ASSERT_EQ(cases.size(), 5u);
     EXPECT_EQ(cases[0]->attributes.at("name"), "line 1: CLI_GetRawData");
     ASSERT_NE(cases[0]->first("failure"), nullptr);
-    EXPECT_EQ(cases[0]->first("failure")->attributes.at("message"), "expected status 0, got 1");
+    EXPECT_EQ(cases[0]->first("failure")->attributes.at("message"), "expected 0, got 1");
     EXPECT_EQ(cases[1]->first("failure"), nullptr);
     EXPECT_EQ(cases[2]->first("failure"), nullptr);
     ASSERT_NE(cases[3]->first("failure"), nullptr);
-    EXPECT_EQ(cases[3]->first("failure")->attributes.at("message"), "expected status 0, got 3");
+    EXPECT_EQ(cases[3]->first("failure")->attributes.at("message"), "expected 0, got 3");
     EXPECT_EQ(cases[4]->first("failure"), nullptr);
+    EXPECT_NE(cases[4]->first("skipped"), nullptr) << "the default answered: skipped";
+    EXPECT_EQ(cases[0]->first("skipped"), nullptr) << "the model's own CLI_GetRawData is no default";
     EXPECT_EQ(cases[0]->first("system-out")->text, "raw frame 1\r\n") << "\\r survives as a reference";
-    EXPECT_EQ(cases[2]->first("system-out")->text, "<cpu> & \"core\" \xEF\xBF\xBD\xEF\xBF\xBD\n");
+    EXPECT_EQ(cases[2]->first("system-out")->text,
+              "measurement chip = (not printed)\n<cpu> & \"core\" \xEF\xBF\xBD\xEF\xBF\xBD\n");
     EXPECT_EQ(cases[2]->first("system-err")->text, "warning ]]> here\n");
     EXPECT_NE(cases[4]->first("system-out")->text.find("unsupport this function"), std::string::npos)
         << "diagnostic lines are part of what the line wrote";
@@ -171,44 +175,48 @@ TEST_F(Overrides, JsonReportCarriesTheSameFacts)
     const shell::ScriptRun result =
         run_text("CLI_GetRawData\nCLI_HeatCtrlBoardToSlot 1 2\nCLI_GetCpuInfo => 3\n"
                  "CLI_ZoomTracking\n__CLI_EncodeInit\n");
-    const std::string json = shell::json_report(result);
+    const std::string json = shell::json_report(result, shell::RunInfo{});
     std::string error;
     const auto root = shelltest::read_json(json, error);
     ASSERT_TRUE(root) << error << "\n" << json;
-    EXPECT_EQ(root->get("script")->string, "station/line7.cli");
-    EXPECT_EQ(root->get("lines")->number, 5);
-    EXPECT_EQ(root->get("passed")->number, 4);
-    EXPECT_EQ(root->get("failed")->number, 1);
+    EXPECT_EQ(root->get("metadata")->get("script")->string, "station/line7.cli");
+    EXPECT_EQ(root->get("counts")->get("steps")->number, 5);
+    EXPECT_EQ(root->get("counts")->get("passed")->number, 3);
+    EXPECT_EQ(root->get("counts")->get("failed")->number, 1);
+    EXPECT_EQ(root->get("counts")->get("skipped")->number, 1);
+    EXPECT_EQ(root->get("outcome")->string, "FAIL");
     EXPECT_EQ(root->get("simulated_ns")->number, 2e9);
-    const auto &lines = root->get("results")->array;
+    const auto &lines = root->get("phases")->array;
     ASSERT_EQ(lines.size(), 5u);
     EXPECT_EQ(lines[0].get("line")->number, 1);
     EXPECT_EQ(lines[0].get("command")->string, "CLI_GetRawData");
     EXPECT_EQ(lines[0].get("status")->number, 1);
-    EXPECT_FALSE(lines[0].get("passed")->boolean);
+    EXPECT_EQ(lines[0].get("outcome")->string, "FAIL");
     EXPECT_EQ(lines[0].get("stdout")->string, "raw frame 1\r\n");
     EXPECT_EQ(lines[1].get("arguments")->array.size(), 2u);
     EXPECT_EQ(lines[1].get("arguments")->array[1].string, "2");
-    EXPECT_EQ(lines[2].get("expected")->number, 3);
-    EXPECT_TRUE(lines[2].get("passed")->boolean);
+    EXPECT_EQ(lines[1].get("measurements")->get("pulOut")->get("measured_value")->number, 2)
+        << "a lent word is a measurement";
+    EXPECT_EQ(lines[2].get("expected_status")->number, 3);
+    EXPECT_EQ(lines[2].get("outcome")->string, "PASS");
     EXPECT_EQ(lines[2].get("stdout")->string, "<cpu> & \"core\" \x01\xEF\xBF\xBD\n");
     EXPECT_EQ(lines[2].get("stderr")->string, "warning ]]> here\n");
-    EXPECT_EQ(lines[3].get("simulated_ns")->number, 2e9);
+    EXPECT_EQ(lines[3].get("simulated_end_ns")->number - lines[3].get("simulated_start_ns")->number, 2e9);
     EXPECT_EQ(lines[4].get("status")->type, Json::Type::Null)
         << "no status from a default that returns nothing";
-    EXPECT_TRUE(lines[4].get("passed")->boolean);
+    EXPECT_EQ(lines[4].get("outcome")->string, "SKIP");
 }
 
 TEST_F(Overrides, ReportsOfAnEmptyRun)
 {
     const shell::ScriptRun result = run_text("# nothing\n");
     std::string error;
-    const auto xml = shelltest::read_xml(shell::junit_xml(result), error);
+    const auto xml = shelltest::read_xml(shell::junit_xml(result, shell::RunInfo{}), error);
     ASSERT_TRUE(xml) << error;
     EXPECT_EQ(xml->attributes.at("tests"), "0");
-    const auto json = shelltest::read_json(shell::json_report(result), error);
+    const auto json = shelltest::read_json(shell::json_report(result, shell::RunInfo{}), error);
     ASSERT_TRUE(json) << error;
-    EXPECT_TRUE(json->get("results")->array.empty());
+    EXPECT_TRUE(json->get("phases")->array.empty());
 }
 
 } // namespace

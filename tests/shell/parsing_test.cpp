@@ -181,7 +181,8 @@ TEST(Words, BadLines)
 {
     CommandLine line;
     EXPECT_EQ(shell::split_line("CLI_GetRawData =>", line), "\"=>\" needs the expected status after it");
-    EXPECT_EQ(shell::split_line("CLI_GetRawData => 0 1", line), "\"=> 0\" must end the line");
+    EXPECT_EQ(shell::split_line("CLI_GetRawData => 0, cpld = 1 # note", line), "");
+    EXPECT_EQ(line.checks, ", cpld = 1") << "what follows the status is the station's, up to the comment";
     EXPECT_EQ(shell::split_line("=> 0", line), "\"=>\" needs a command before it");
     EXPECT_EQ(shell::split_line("CLI_SniffMac \"aa:bb", line), "a quote is not closed");
     EXPECT_EQ(shell::split_line("\"\" 1", line), "an empty command name");

@@ -78,7 +78,8 @@ TEST_F(Scripts, EveryBadLineIsNamedAndNothingRuns)
     EXPECT_EQ(errors[5], "bad.cli:7: expected status: 'zero' is not a number (decimal, or hex with 0x)");
     EXPECT_EQ(errors[6], "bad.cli:8: a quote is not closed");
     EXPECT_EQ(errors[7], "bad.cli:9: list is for the prompt; a script line is a command");
-    EXPECT_EQ(errors[8], "bad.cli:10: \"=> 0\" must end the line");
+    EXPECT_EQ(errors[8],
+              "bad.cli:10: write a comma between the expected status and what follows: => 0, => ...");
 }
 
 TEST_F(Scripts, RunAndSummary)
@@ -86,43 +87,49 @@ TEST_F(Scripts, RunAndSummary)
     shell::Shell shell = make_shell();
     std::vector<std::string> errors;
     const shell::Script script = shell::parse_script("CLI_PlatformInit\n"
-                                                     "CLI_HeatCtrlBoardToSlot 1 2\n"
-                                                     "CLI_GetRawData => 1\n"
+                                                     "CLI_HeatCtrlBoardToSlot 1 2 => 0, pulOut = 2\n"
+                                                     "CLI_GetCpuInfo => 1\n"
                                                      "__CLI_EncodeInit\n",
                                                      "examples/s.cli", shell, errors);
     ASSERT_TRUE(errors.empty());
     shell::ScriptRun result;
     Call call = run([&] {
-        result = shell::run_script(shell, script, false);
+        shell::run_script(shell, script, shell::RunOptions{}, result);
         shell::print_summary(stdout, result);
     });
-    EXPECT_EQ(result.passed, 3u);
+    EXPECT_EQ(result.passed, 2u);
     EXPECT_EQ(result.failed, 1u);
+    EXPECT_EQ(result.skipped, 1u);
     EXPECT_EQ(shell::exit_code(result), 1);
     ASSERT_EQ(result.lines.size(), 4u);
-    EXPECT_FALSE(result.lines[2].passed);
+    EXPECT_EQ(result.lines[1].verdict.outcome, shell::Outcome::Pass);
+    EXPECT_EQ(result.lines[2].verdict.outcome, shell::Outcome::Fail);
+    EXPECT_EQ(result.lines[2].verdict.reason, "expected 1, got 0");
     EXPECT_EQ(result.lines[3].result.status, std::nullopt);
-    EXPECT_TRUE(result.lines[3].passed) << "no status passes where 0 is expected";
+    EXPECT_EQ(result.lines[3].verdict.outcome, shell::Outcome::Skip) << "the default answered";
     EXPECT_EQ(result.simulated_ns, 0);
 
     const std::string masked =
         std::regex_replace(call.out, std::regex(" *[0-9]+\\.[0-9]{3} ms"), " #.### ms");
-    const std::string diag = call.printed.at(0); // CLI_GetRawData's line; the others follow the same shape
     EXPECT_NE(
         masked.find("[1] CLI_PlatformInit\n=> 0\n[2] CLI_HeatCtrlBoardToSlot 1 2\n  *pulOut = 2 (0x2)\n=> 0\n"
-                    "[3] CLI_GetRawData\n" +
-                    diag + "=> 0\nFAIL: expected 1, got 0\n[4] __CLI_EncodeInit\n"),
+                    "  check pulOut = 2, limit = 2: pass\n[3] CLI_GetCpuInfo\n"),
         std::string::npos)
         << masked;
     EXPECT_NE(
-        masked.find("\nSummary of examples/s.cli\n"
-                    "line  command                      expected  got  result        wall    simulated\n"
-                    "   1  CLI_PlatformInit                    0    0  PASS #.### ms   0.000000 s\n"
-                    "   2  CLI_HeatCtrlBoardToSlot 1 2         0    0  PASS #.### ms   0.000000 s\n"
-                    "   3  CLI_GetRawData                      1    0  FAIL #.### ms   0.000000 s\n"
-                    "   4  __CLI_EncodeInit                    0    -  PASS #.### ms   0.000000 s\n"
-                    "4 lines: 3 passed, 1 failed; wall #.### ms, simulated 0.000000 s\n"),
+        masked.find("cpu chipid:HI3516A\r\n  reading chip = \"HI3516A\"\n=> 0\nFAIL: expected 1, got 0\n"),
         std::string::npos)
+        << masked;
+    EXPECT_NE(masked.find(
+                  "\nSummary of examples/s.cli\n"
+                  "line  command                      expected  got  outcome        wall    simulated\n"
+                  "   1  CLI_PlatformInit                    0    0  PASS #.### ms   0.000000 s\n"
+                  "   2  CLI_HeatCtrlBoardToSlot 1 2         0    0  PASS #.### ms   0.000000 s\n"
+                  "   3  CLI_GetCpuInfo                      1    0  FAIL #.### ms   0.000000 s\n"
+                  "      expected 1, got 0\n"
+                  "   4  __CLI_EncodeInit                    0    -  SKIP #.### ms   0.000000 s\n"
+                  "4 steps: 2 passed, 1 failed, 0 errors, 1 skipped; wall #.### ms, simulated 0.000000 s\n"),
+              std::string::npos)
         << masked;
 }
 
@@ -132,7 +139,7 @@ TEST_F(Scripts, EmptyScriptPasses)
     std::vector<std::string> errors;
     const shell::Script script = shell::parse_script("# nothing yet\n", "empty.cli", shell, errors);
     shell::ScriptRun result;
-    Call call = run([&] { result = shell::run_script(shell, script, false); });
+    Call call = run([&] { shell::run_script(shell, script, shell::RunOptions{}, result); });
     EXPECT_EQ(shell::exit_code(result), 0);
     EXPECT_TRUE(result.lines.empty());
 }
@@ -168,8 +175,10 @@ TEST_F(StationFiles, ExitCodes)
     int code = -1;
     run([&] { code = shell::run_station(shell, {write("CLI_GetRawData\n"), "", ""}); });
     EXPECT_EQ(code, 0);
-    run([&] { code = shell::run_station(shell, {write("CLI_GetRawData => 1\n"), "", ""}); });
+    run([&] { code = shell::run_station(shell, {write("CLI_GetCpuInfo => 1\n"), "", ""}); });
     EXPECT_EQ(code, 1);
+    run([&] { code = shell::run_station(shell, {write("CLI_GetRawData => 1\n"), "", ""}); });
+    EXPECT_EQ(code, 0) << "the default answered: SKIP, which fails nothing";
     Call call = run([&] {
         code = shell::run_station(shell, {write("CLI_GetRawData\nCLI_Bogus\n"), "", ""});
     });

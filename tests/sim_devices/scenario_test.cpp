@@ -47,13 +47,12 @@ class ScenarioFiles : public clitest::SimTest
     }
     void TearDown() override
     {
-        for (const std::string &name : made_)
-            unlink((dir_ + "/" + name).c_str());
-        rmdir(dir_.c_str());
+        std::filesystem::remove_all(dir_);
         SimTest::TearDown();
     }
     void make(const std::string &name, const std::string &content)
     {
+        std::filesystem::create_directories(std::filesystem::path(dir_ + "/" + name).parent_path());
         std::ofstream file(dir_ + "/" + name, std::ios::binary);
         file << content;
         made_.push_back(name);
@@ -160,49 +159,46 @@ TEST_F(ScenarioFiles, FilesSection)
     make("version.txt", "V9.9.9\n");
     const sim::Scenario read = parse(R"(
 [files]
-"/program/factory/version" = "V1\n"
+"/program/factory/version" = { from = "version.txt" }
 "/tmp/epon_dev_info" = { content = "ONU\n" }
-"/etc/copied" = { from = "version.txt" }
-"/etc/gone" = { content = "x", absent = true }
-"/etc/locked" = { content = "x", open_errno = "EACCES" }
-"/etc/numbered" = { open_errno = 5 }
-"/etc/empty" = { content = "" }
 )");
-    ASSERT_EQ(read.files.size(), 7u);
-    EXPECT_EQ(read.files.at("/program/factory/version").content, "V1\n");
+    ASSERT_EQ(read.files.size(), 2u);
+    EXPECT_EQ(read.files.at("/program/factory/version").content, "V9.9.9\n");
     EXPECT_EQ(read.files.at("/program/factory/version").open_errno, 0);
     EXPECT_EQ(read.files.at("/tmp/epon_dev_info").content, "ONU\n");
-    EXPECT_EQ(read.files.at("/etc/copied").content, "V9.9.9\n");
-    EXPECT_FALSE(read.files.at("/etc/gone").content.has_value());
-    EXPECT_EQ(read.files.at("/etc/locked").content, "x");
-    EXPECT_EQ(read.files.at("/etc/locked").open_errno, EACCES);
-    EXPECT_FALSE(read.files.at("/etc/numbered").content.has_value()) << "a table without content is absent";
-    EXPECT_EQ(read.files.at("/etc/numbered").open_errno, 5);
-    EXPECT_EQ(read.files.at("/etc/empty").content, "") << "empty, but there";
+    const auto entry = [&](const std::string &value) {
+        return parse("[files]\n\"/tmp/epon_dev_info\" = " + value + "\n").files.at("/tmp/epon_dev_info");
+    };
+    EXPECT_FALSE(entry("{ content = \"x\", absent = true }").content.has_value());
+    EXPECT_EQ(entry("{ content = \"x\", open_errno = \"EACCES\" }").content, "x");
+    EXPECT_EQ(entry("{ content = \"x\", open_errno = \"EACCES\" }").open_errno, EACCES);
+    EXPECT_FALSE(entry("{ open_errno = 5 }").content.has_value()) << "a table without content is absent";
+    EXPECT_EQ(entry("{ open_errno = 5 }").open_errno, 5);
+    EXPECT_EQ(entry("{ content = \"\" }").content, "") << "empty, but there";
+    EXPECT_EQ(entry("\"V1\\n\"").content, "V1\n");
 }
 
 TEST_F(ScenarioFiles, CommandsSection)
 {
-    make("dmesg.txt", "[    0.000000] Booting Linux\n");
+    make("usb.txt", "Bus 001 Device 001: ID 1d6b:0002\n");
     const sim::Scenario read = parse(R"(
 [commands]
-"lsusb" = "Bus 001\n"
+"lsusb" = { from = "usb.txt", status = 1 }
 "cat /proc/driver/sensortype" = { output = "IMX290\n", status = 0 }
-"iwconfig" = { status = 2, fail = "EAGAIN" }
-"dmesg" = { from = "dmesg.txt", status = 1 }
-"ifconfig" = { fail = 24 }
 )");
-    ASSERT_EQ(read.commands.size(), 5u);
-    EXPECT_EQ(read.commands.at("lsusb").output, "Bus 001\n");
-    EXPECT_EQ(read.commands.at("lsusb").exit_status, 0);
+    ASSERT_EQ(read.commands.size(), 2u);
+    EXPECT_EQ(read.commands.at("lsusb").output, "Bus 001 Device 001: ID 1d6b:0002\n");
+    EXPECT_EQ(read.commands.at("lsusb").exit_status, 1);
     EXPECT_EQ(read.commands.at("lsusb").popen_errno, 0);
     EXPECT_EQ(read.commands.at("cat /proc/driver/sensortype").output, "IMX290\n");
-    EXPECT_EQ(read.commands.at("iwconfig").output, "");
-    EXPECT_EQ(read.commands.at("iwconfig").exit_status, 2);
-    EXPECT_EQ(read.commands.at("iwconfig").popen_errno, EAGAIN);
-    EXPECT_EQ(read.commands.at("dmesg").output, "[    0.000000] Booting Linux\n");
-    EXPECT_EQ(read.commands.at("dmesg").exit_status, 1);
-    EXPECT_EQ(read.commands.at("ifconfig").popen_errno, 24);
+    const auto entry = [&](const std::string &value) {
+        return parse("[commands]\n\"lsusb\" = " + value + "\n").commands.at("lsusb");
+    };
+    EXPECT_EQ(entry("\"Bus 001\\n\"").output, "Bus 001\n");
+    EXPECT_EQ(entry("{ status = 2, fail = \"EAGAIN\" }").output, "");
+    EXPECT_EQ(entry("{ status = 2, fail = \"EAGAIN\" }").exit_status, 2);
+    EXPECT_EQ(entry("{ status = 2, fail = \"EAGAIN\" }").popen_errno, EAGAIN);
+    EXPECT_EQ(entry("{ fail = 24 }").popen_errno, 24);
 }
 
 constexpr const char *kDevices = R"(
@@ -523,7 +519,8 @@ TEST_F(ScenarioFiles, DefaultScenarioLoads)
 
 // Every TOML example of sim/scenarios/README.md loads as it stands, given the files it names: the
 // example folder sits two levels below a folder that holds the repository's tests/data, as
-// sim/scenarios does, and holds the two files the files and commands examples read.
+// sim/scenarios does, and holds the two files the files and commands examples read and the
+// healthy camera the base example builds on.
 TEST(ScenarioReadme, EveryExampleLoads)
 {
     namespace fs = std::filesystem;
@@ -555,11 +552,96 @@ TEST(ScenarioReadme, EveryExampleLoads)
     fs::create_directory_symlink(fs::path(CLIDRIVER_SOURCE_DIR) / "tests" / "data", root / "tests" / "data");
     std::ofstream(folder / "epon" / "releasever-107.txt") << "V1.0.7\n";
     std::ofstream(folder / "usb" / "only-c811.txt") << "Bus 001 Device 002: ID 0bda:c811\n";
+    // The example of a scenario that builds on the healthy camera finds it beside itself.
+    fs::copy_file(fs::path(CLIDRIVER_SOURCE_DIR) / "sim" / "scenarios" / "default.toml",
+                  folder / "default.toml");
     for (const std::string &example : examples) {
         SCOPED_TRACE(example);
         EXPECT_EQ(clitest::scenario_error(example, folder.string()), "");
     }
     fs::remove_all(root);
+}
+
+// A scenario built on another states only what differs: tables merge, a device's requests merge
+// by number, a port that names its peer is described anew, and a relative path is read from the
+// file that wrote it.
+TEST_F(ScenarioFiles, BuildsOnABaseAndStatesOnlyWhatDiffers)
+{
+    make("logs/a.log", "");
+    make("base.toml", R"([camera]
+name = "base camera"
+product_type = 4
+[files]
+"/program/factory/version" = "V1-1.0\n"
+[[devices."/dev/cpld_drv".request]]
+number = 0x1950
+size = 4
+words = [12]
+[[devices."/dev/cpld_drv".request]]
+number = 0x1951
+size = 4
+words = [1]
+[ports."/dev/ttyC0"]
+peer = "gps"
+log = "logs/a.log"
+[ports."/dev/ttyS1"]
+peer = "gps"
+log = "logs/a.log"
+)");
+    make("faulty/child.toml", R"(base = "../base.toml"
+[camera]
+name = "child camera"
+[[devices."/dev/cpld_drv".request]]
+number = 0x1950
+size = 4
+words = [11]
+[ports."/dev/ttyC0"]
+mode = "silent"
+[ports."/dev/ttyS1"]
+peer = "script"
+)");
+    const sim::Scenario read = sim::load_scenario(dir_ + "/faulty/child.toml");
+    EXPECT_EQ(read.name, "child camera");
+    EXPECT_EQ(read.product_type, 4u) << "what the child leaves out comes from its base";
+    EXPECT_EQ(read.files.at("/program/factory/version").content, "V1-1.0\n");
+    const sim::DeviceScript &cpld = read.devices.at("/dev/cpld_drv");
+    ASSERT_EQ(cpld.requests.size(), 2u) << "requests merge by number";
+    EXPECT_EQ(cpld.requests.at(0x1950).answer.out, (std::vector<uint8_t>{11, 0, 0, 0}));
+    EXPECT_EQ(cpld.requests.at(0x1951).answer.out, (std::vector<uint8_t>{1, 0, 0, 0}));
+    ASSERT_TRUE(read.ports.at("/dev/ttyC0").make_peer)
+        << "the base's receiver, its log found beside the base";
+    ASSERT_TRUE(read.ports.at("/dev/ttyS1").make_peer);
+
+    make("faulty/bad.toml", "base = \"../base.toml\"\n[ports.\"/dev/ttyC0\"]\nmood = \"silent\"\n");
+    try {
+        sim::load_scenario(dir_ + "/faulty/bad.toml");
+        ADD_FAILURE() << "a misspelt key laid over the base must be refused";
+    } catch (const sim::ScenarioError &error) {
+        EXPECT_EQ(std::string(error.what())
+                      .rfind(dir_ + "/faulty/bad.toml:3: ports./dev/ttyC0.mood: unknown key", 0),
+                  0u)
+            << error.what();
+    }
+    make("loop.toml", "base = \"loop.toml\"\n");
+    try {
+        sim::load_scenario(dir_ + "/loop.toml");
+        ADD_FAILURE() << "a scenario built on itself must be refused";
+    } catch (const sim::ScenarioError &error) {
+        EXPECT_NE(std::string(error.what()).find("build on each other in a circle"), std::string::npos)
+            << error.what();
+    }
+}
+
+// Every ready camera of the folder loads, builds on the healthy camera and says what it is.
+TEST_F(ScenarioFiles, EveryReadyCameraLoads)
+{
+    for (const char *name : {"default.toml", "traffic.toml", "epon.toml", "faulty/broken-phy.toml",
+                             "faulty/silent-gps.toml", "faulty/gps-wrong-rate.toml", "faulty/busy-cpld.toml",
+                             "faulty/missing-usb.toml", "faulty/few-satellites.toml"}) {
+        const sim::Scenario read = sim::load_scenario(std::string(CLIDRIVER_SCENARIO_DIR "/") + name);
+        EXPECT_FALSE(read.name.empty()) << name;
+        EXPECT_TRUE(read.devices.count("/dev/gpioDev")) << name << " builds on the healthy camera";
+    }
 }
 
 TEST_F(ScenarioFiles, FileNamesInAScenarioAreRelativeToIt)
@@ -570,8 +652,8 @@ TEST_F(ScenarioFiles, FileNamesInAScenarioAreRelativeToIt)
     EXPECT_EQ(read.source, dir_ + "/camera.toml");
     EXPECT_EQ(read.files.at("/program/factory/version").content, "V2.0\n");
 
-    make("absolute.toml", "[files]\n\"/etc/x\" = { from = \"" + dir_ + "/version.txt\" }\n");
-    EXPECT_EQ(sim::load_scenario(dir_ + "/absolute.toml").files.at("/etc/x").content, "V2.0\n");
+    make("absolute.toml", "[files]\n\"/tmp/epon_dev_info\" = { from = \"" + dir_ + "/version.txt\" }\n");
+    EXPECT_EQ(sim::load_scenario(dir_ + "/absolute.toml").files.at("/tmp/epon_dev_info").content, "V2.0\n");
 }
 
 // ---- mistakes ----------------------------------------------------------------------------------
@@ -584,7 +666,7 @@ struct Mistake {
 
 const Mistake kMistakes[] = {
     {"unknown top-level key", "[camera]\nname = \"x\"\n\n[cameras]\nname = \"y\"\n",
-     "bad.toml:4: cameras: unknown key (expected one of: camera, startup, platform, files, commands, "
+     "bad.toml:4: cameras: unknown key (expected one of: base, camera, startup, platform, files, commands, "
      "devices, ports, "
      "wifi, threads)"},
     {"top-level key that is not a table", "camera = 3\n", "bad.toml:1: camera: expected a table"},
@@ -603,20 +685,43 @@ const Mistake kMistakes[] = {
      "bad.toml:2: platform.ISP_Init.results: expected an array of integers"},
     {"alarm count with a result", "[platform.drv_GetAlarmCnt]\nresult = 1\n",
      "bad.toml:2: platform.drv_GetAlarmCnt.result: unknown key (expected one of: inputs, outputs)"},
+    {"misspelt device path", "[devices.\"/dev/gpiodev\"]\nabsent = true\n",
+     "bad.toml:1: devices./dev/gpiodev: the library uses no character device \"/dev/gpiodev\"; did you mean "
+     "\"/dev/gpioDev\"?"},
+    {"misspelt serial port", "[ports.\"/dev/ttyCO\"]\nabsent = true\n",
+     "bad.toml:1: ports./dev/ttyCO: the library uses no serial port \"/dev/ttyCO\"; did you mean "
+     "\"/dev/ttyC0\"?"},
+    {"a file the library never reads", "[files]\n\"/etc/hostname\" = \"cam\"\n",
+     "bad.toml:2: files./etc/hostname: the library uses no file \"/etc/hostname\" (it uses: "
+     "/program/factory/version, /tmp/epon_dev_info)"},
+    {"a command the library never runs", "[commands]\n\"lsusb -v\" = \"\"\n",
+     "bad.toml:2: commands.lsusb -v: the library uses no shell command \"lsusb -v\"; did you mean "
+     "\"lsusb\"?"},
+    {"product type beyond 32 bits", "[camera]\nproduct_type = 4294967296\n",
+     "bad.toml:2: camera.product_type: expected 0..4294967295"},
+    {"request number beyond 32 bits", "[[devices.\"/dev/motor\".request]]\nnumber = -1\n",
+     "bad.toml:2: devices./dev/motor.request[0].number: expected 0..4294967295"},
+    {"word beyond 32 bits", "[[devices.\"/dev/motor\".request]]\nnumber = 1\nwords = [1, 4294967296]\n",
+     "bad.toml:3: devices./dev/motor.request[0].words: expected values -2147483648..4294967295"},
+    {"exit status beyond a byte", "[commands]\n\"lsusb\" = { status = 256 }\n",
+     "bad.toml:2: commands.lsusb.status: expected 0..255"},
+    {"a base that is missing", "base = \"nowhere.toml\"\n",
+     "bad.toml:1: base: cannot read {dir}/nowhere.toml"},
     {"unknown errno name", "[files]\n\"/program/factory/version\" = { open_errno = \"EWHAT\" }\n",
      "bad.toml:2: files./program/factory/version.open_errno: unknown errno name \"EWHAT\""},
     {"errno of the wrong type", "[threads]\nerrno = true\n",
      "bad.toml:2: threads.errno: expected an errno name such as \"EIO\" or a number"},
-    {"file that is neither text nor table", "[files]\n\"/etc/x\" = 3\n",
-     "bad.toml:2: files./etc/x: expected the content (a string) or a table"},
+    {"file that is neither text nor table", "[files]\n\"/tmp/epon_dev_info\" = 3\n",
+     "bad.toml:2: files./tmp/epon_dev_info: expected the content (a string) or a table"},
     {"command that is neither text nor table", "[commands]\n\"lsusb\" = [1]\n",
      "bad.toml:2: commands.lsusb: expected the output (a string) or a table"},
-    {"unknown key in a file", "[files]\n\"/etc/x\" = { contents = \"a\" }\n",
-     "bad.toml:2: files./etc/x.contents: unknown key (expected one of: content, from, absent, open_errno)"},
-    {"from a file that does not exist", "[files]\n\"/etc/x\" = { from = \"missing.txt\" }\n",
-     "bad.toml:2: files./etc/x.from: cannot read {dir}/missing.txt"},
-    {"content given twice", "[files]\n\"/etc/x\" = { content = \"a\", from = \"v.txt\" }\n",
-     "bad.toml:2: files./etc/x.from: give content or from, not both"},
+    {"unknown key in a file", "[files]\n\"/tmp/epon_dev_info\" = { contents = \"a\" }\n",
+     "bad.toml:2: files./tmp/epon_dev_info.contents: unknown key (expected one of: content, from, absent, "
+     "open_errno)"},
+    {"from a file that does not exist", "[files]\n\"/tmp/epon_dev_info\" = { from = \"missing.txt\" }\n",
+     "bad.toml:2: files./tmp/epon_dev_info.from: cannot read {dir}/missing.txt"},
+    {"content given twice", "[files]\n\"/tmp/epon_dev_info\" = { content = \"a\", from = \"v.txt\" }\n",
+     "bad.toml:2: files./tmp/epon_dev_info.from: give content or from, not both"},
     {"from a folder", "[commands]\n\"lsusb\" = { from = \".\" }\n",
      "bad.toml:2: commands.lsusb.from: cannot read {dir}/."},
     {"unknown peer kind", "[ports.\"/dev/ttyS1\"]\npeer = \"modem\"\n",
@@ -645,7 +750,7 @@ const Mistake kMistakes[] = {
      "result, "
      "errno, words, bytes, sequence)"},
     {"negative request size", "[[devices.\"/dev/cpld_drv\".request]]\nnumber = 1\nsize = -4\n",
-     "bad.toml:3: devices./dev/cpld_drv.request[0].size: expected a size in bytes, 0 or more"},
+     "bad.toml:3: devices./dev/cpld_drv.request[0].size: expected a size in bytes, 0..65536"},
     {"bad hex byte", "[platform.DRV_OpenSIB]\nbytes = \"FE 0G\"\n",
      "bad.toml:2: platform.DRV_OpenSIB.bytes: \"0G\" is not a hexadecimal byte"},
     {"hex byte too long", "[platform.DRV_OpenSIB]\nbytes = \"FE 123\"\n",

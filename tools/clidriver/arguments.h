@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "clidriver/clidriver.h"
+#include "measurement.h"
 #include "number.h"
 #include "signature.h"
 
@@ -22,6 +23,16 @@ namespace shell
 {
 
 using Lines = std::vector<std::string>;
+using Specs = std::vector<MeasurementSpec>;
+using Measurements = std::vector<Measurement>;
+
+// A value the shell lent and the command filled, as a measurement named after the parameter.
+inline void add_measured(Measurements &out, std::string name, Kind kind, const std::string &text)
+{
+    Measurement measurement{MeasurementSpec{std::move(name), kind}};
+    set_value(measurement, text);
+    out.push_back(std::move(measurement));
+}
 
 // What the shell learns from all of a call's words before it lends any buffer.
 struct ParseContext {
@@ -43,7 +54,8 @@ inline std::string lend_size(const ParseContext &context, size_t at_least, const
 }
 
 // Every rule below has the same shape: kSupported, kWords (operator words it takes: 0 or 1),
-// parse() for that word, lend() once every word is parsed, get() for the call, report() after.
+// parse() for that word, lend() once every word is parsed, get() for the call, report() after,
+// and for what it lends, describe() (the measurements, before the call) and measure() (after).
 struct NoWord {
     static constexpr bool kSupported = true;
     static constexpr int kWords = 0;
@@ -55,6 +67,8 @@ struct OneWord {
     static constexpr int kWords = 1;
     std::string lend(const ParseContext &, const Param &) { return {}; }
     void report(const Param &, Lines &) const {}
+    static void describe(const Param &, Specs &) {}
+    void measure(const Param &, Measurements &) const {}
 };
 
 template <typename T> struct Number : OneWord {
@@ -105,9 +119,11 @@ struct EditableText : OneWord {
     char *get() { return buffer.data(); }
     void report(const Param &param, Lines &lines) const
     {
-        lines.push_back("  " + param.name + " = " +
-                        escape_text(std::string_view(buffer.data(), strnlen(buffer.data(), buffer.size()))));
+        lines.push_back("  " + param.name + " = " + escape_text(text()));
     }
+    static void describe(const Param &param, Specs &specs) { specs.push_back({param.name, Kind::Text}); }
+    void measure(const Param &param, Measurements &out) const { add_measured(out, param.name, Kind::Text, text()); }
+    std::string text() const { return std::string(buffer.data(), strnlen(buffer.data(), buffer.size())); }
 };
 
 struct Timeout : OneWord {
@@ -159,6 +175,13 @@ template <typename T> struct ResultWord : NoWord {
                                        : std::to_string(static_cast<unsigned long long>(value));
         lines.push_back("  *" + param.name + " = " + number + " (" + hex + ")");
     }
+    static void describe(const Param &param, Specs &specs) { specs.push_back({param.name, Kind::Integer}); }
+    void measure(const Param &param, Measurements &out) const
+    {
+        add_measured(out, param.name, Kind::Integer,
+                     std::is_signed_v<T> ? std::to_string(static_cast<long long>(value))
+                                         : std::to_string(static_cast<unsigned long long>(value)));
+    }
 };
 
 // A buffer the command fills: printed as hex up to its last non-zero byte.
@@ -175,11 +198,21 @@ template <typename T> struct Buffer : NoWord {
     T get() { return static_cast<T>(buffer.data()); }
     void report(const Param &param, Lines &lines) const
     {
+        const std::string bytes = used_bytes();
+        lines.push_back("  " + param.name + " = " + (bytes.empty() ? std::string("(all zero)") : bytes));
+    }
+    // The bytes up to the last non-zero one, in hex.
+    std::string used_bytes() const
+    {
         size_t used = buffer.size();
         while (used > 0 && buffer[used - 1] == 0)
             --used;
-        lines.push_back("  " + param.name + " = " +
-                        (used == 0 ? std::string("(all zero)") : hex_bytes(buffer.data(), used)));
+        return used == 0 ? std::string() : hex_bytes(buffer.data(), used);
+    }
+    static void describe(const Param &param, Specs &specs) { specs.push_back({param.name, Kind::Text}); }
+    void measure(const Param &param, Measurements &out) const
+    {
+        add_measured(out, param.name, Kind::Text, used_bytes());
     }
 };
 
@@ -194,6 +227,24 @@ struct SerialPorts : NoWord {
             lines.push_back("  " + param.name + "[" + std::to_string(i) + "] = " +
                             (records[i].pcDevPath != nullptr ? escape_text(records[i].pcDevPath) : "NULL") +
                             ", flag " + std::to_string(records[i].ulFlag));
+    }
+    static void describe(const Param &param, Specs &specs)
+    {
+        for (size_t i = 0; i < 3; ++i) {
+            specs.push_back({param.name + "[" + std::to_string(i) + "].path", Kind::Text});
+            specs.push_back({param.name + "[" + std::to_string(i) + "].flag", Kind::Integer});
+        }
+    }
+    void measure(const Param &param, Measurements &out) const
+    {
+        for (size_t i = 0; i < records.size(); ++i) {
+            const std::string name = param.name + "[" + std::to_string(i) + "]";
+            Measurement path{MeasurementSpec{name + ".path", Kind::Text}};
+            if (records[i].pcDevPath != nullptr)
+                set_value(path, records[i].pcDevPath);
+            out.push_back(std::move(path));
+            add_measured(out, name + ".flag", Kind::Integer, std::to_string(records[i].ulFlag));
+        }
     }
 };
 

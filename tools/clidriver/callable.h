@@ -27,6 +27,8 @@ class PreparedCall
     virtual std::optional<int64_t> invoke() = 0;
     // The lines printed after the call: result words, buffers, serial records, edited strings.
     virtual Lines outputs() const = 0;
+    // What the command handed back through what the shell lent, as measurements.
+    virtual Measurements measured() const = 0;
 };
 
 class Callable
@@ -42,6 +44,8 @@ class Callable
     virtual size_t words() const = 0; // how many words the operator types
     // Per parameter: true when the operator types it, false when the shell lends it.
     virtual std::vector<bool> typed() const = 0;
+    // The measurements of what the shell lends, named after the parameters.
+    virtual Specs lent_measurements(const std::vector<Param> &params) const = 0;
     // Parses `words` and lends buffers. On a refusal: null, and `error` says why.
     virtual std::unique_ptr<PreparedCall> prepare(const std::vector<Param> &params,
                                                   const std::vector<std::string> &words,
@@ -89,6 +93,13 @@ template <typename R, typename... A> class Bound final : public Callable
     }
     size_t words() const override { return (static_cast<size_t>(Rule<A>::kWords) + ... + 0); }
     std::vector<bool> typed() const override { return {(Rule<A>::kWords == 1)...}; }
+    Specs lent_measurements(const std::vector<Param> &params) const override
+    {
+        Specs specs;
+        if constexpr (kCallable)
+            describe_all(params, specs, std::index_sequence_for<A...>{});
+        return specs;
+    }
 
     std::unique_ptr<PreparedCall> prepare(const std::vector<Param> &params,
                                           const std::vector<std::string> &words,
@@ -145,6 +156,13 @@ template <typename R, typename... A> class Bound final : public Callable
             return lines;
         }
 
+        Measurements measured() const override
+        {
+            Measurements measurements;
+            measure_all(measurements, std::index_sequence_for<A...>{});
+            return measurements;
+        }
+
       private:
         template <size_t... I>
         std::string parse_all(const std::vector<std::string> &words, std::index_sequence<I...>)
@@ -177,10 +195,22 @@ template <typename R, typename... A> class Bound final : public Callable
             (std::get<I>(rules_).report(params_[I], lines), ...);
         }
 
+        template <size_t... I> void measure_all(Measurements &out, std::index_sequence<I...>) const
+        {
+            (std::get<I>(rules_).measure(params_[I], out), ...);
+        }
+
         Function function_;
         std::vector<Param> params_;
         std::tuple<Rule<A>...> rules_;
     };
+
+    template <size_t... I>
+    static void describe_all(const std::vector<Param> &params, Specs &specs, std::index_sequence<I...>)
+    {
+        if (params.size() == sizeof...(A))
+            (Rule<A>::describe(params[I], specs), ...);
+    }
 
     Function function_;
 };

@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "clidriver/clidriver.h"
+#include "readings.h"
 
 namespace shell
 {
@@ -33,10 +34,11 @@ std::string refusal_of(const std::string &name, const std::vector<Param> &params
 
 template <typename P, typename D>
 void add_command(std::vector<Entry> &table, const char *family, const char *name, const char *returns,
-                 const char *params, const char *default_returns, P command, D fallback)
+                 const char *params, const char *default_returns, const char *default_body, P command,
+                 D fallback)
 {
-    auto [entry, fallback_entry] =
-        command_entries(family, name, returns, params, default_returns, command, fallback);
+    auto [entry, fallback_entry] = command_entries(family, name, returns, params, default_returns, command,
+                                                   fallback, std::string_view(default_body) == "STANDARD");
     table.push_back(std::move(entry));
     table.push_back(std::move(fallback_entry));
 }
@@ -52,7 +54,7 @@ std::vector<Entry> build_table()
 {
     std::vector<Entry> table;
 #define CLI_COMMAND(family, name, owner, built, ret, params, default_ret, default_body)                      \
-    add_command(table, #family, #name, #ret, #params, #default_ret, &name, &__##name);
+    add_command(table, #family, #name, #ret, #params, #default_ret, #default_body, &name, &__##name);
 // Support operations join the table once the library builds them; until then their names are
 // known (see kNotBuilt) but never linked.
 #define SHELL_SUPPORT_1(family, name, ret, params) add_support(table, #family, #name, #ret, #params, &name);
@@ -177,6 +179,15 @@ std::string usage(const Entry &entry)
         if (typed[i])
             text += " " + entry.params[i].name;
     return text;
+}
+
+std::vector<MeasurementSpec> measurements_of(const Entry &entry)
+{
+    std::vector<MeasurementSpec> specs = readings_of(entry.name);
+    if (entry.callable_here())
+        for (MeasurementSpec &spec : entry.callable->lent_measurements(entry.params))
+            specs.push_back(std::move(spec));
+    return specs;
 }
 
 std::vector<std::string> lent(const Entry &entry)

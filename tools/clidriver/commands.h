@@ -34,6 +34,10 @@ struct Entry {
     // When the default in force returns nothing although the command's type promises a status,
     // the shell calls it as what it is and reports no status, never a word nobody wrote.
     bool status_from_default = false;
+    // The code that answers under this name is a default's standard body ("unsupport this
+    // function"): the model lacks the function, and a station counts the step as skipped. A
+    // default with a body of its own (CLI_GetFlashType's) still answers with values.
+    bool standard_default = false;
     std::string refusal; // why the shell cannot call it; empty when it can
 
     bool callable_here() const { return refusal.empty(); }
@@ -52,19 +56,22 @@ const Entry *find_command(std::string_view name);
 template <typename P, typename D>
 std::pair<Entry, Entry> command_entries(std::string_view family, const std::string &name,
                                         std::string_view returns, std::string_view params,
-                                        std::string_view default_returns, P command, D fallback)
+                                        std::string_view default_returns, P command, D fallback,
+                                        bool standard_body = true)
 {
     const bool in_force = reinterpret_cast<const void *>(command) == reinterpret_cast<const void *>(fallback);
     Entry entry = make_entry(family, name, Origin::Command, returns, params, bind(command));
     entry.default_in_force = in_force;
+    entry.standard_default = in_force && standard_body;
     if constexpr (!std::is_same_v<P, D>) {
         if (in_force) {
             entry.callable = bind(fallback);
             entry.status_from_default = true;
         }
     }
-    return {std::move(entry),
-            make_entry(family, "__" + name, Origin::Default, default_returns, params, bind(fallback))};
+    Entry default_entry = make_entry(family, "__" + name, Origin::Default, default_returns, params, bind(fallback));
+    default_entry.standard_default = standard_body;
+    return {std::move(entry), std::move(default_entry)};
 }
 
 // A support operation of the list that this library does not build yet.
@@ -76,6 +83,9 @@ std::vector<std::string> similar_names(std::string_view name);
 
 // Table names (and the shell's own words) beginning with `prefix`, in list order.
 std::vector<std::string> complete_name(std::string_view prefix);
+
+// What a call of the entry measures: the readings of its result lines, then what the shell lends.
+std::vector<MeasurementSpec> measurements_of(const Entry &entry);
 
 // "CLI_HeatCtrlBoardToSlot ulBoard ulSlot": what the operator types.
 std::string usage(const Entry &entry);

@@ -1,5 +1,8 @@
 #include "interactive.h"
 
+#include <algorithm>
+#include <csetjmp>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -16,6 +19,25 @@ namespace
 
 std::vector<std::string> g_matches; // of the completion in progress (libedit asks one at a time)
 size_t g_next = 0;
+
+// Ctrl-C while the operator types clears the line, as in a login shell; while a command runs it
+// ends the shell as before (a command cannot be stopped half way without leaving its device open).
+sigjmp_buf g_prompt;
+volatile sig_atomic_t g_at_prompt = 0;
+
+void interrupt_at_prompt(int)
+{
+    if (g_at_prompt)
+        siglongjmp(g_prompt, 1);
+    signal(SIGINT, SIG_DFL);
+    raise(SIGINT);
+}
+
+// The worst of the lines so far: a refusal (2) over a failure (1).
+int worse(int so_far, int line)
+{
+    return std::max(so_far, line);
+}
 
 char *next_match(const char *, int state)
 {
@@ -37,15 +59,27 @@ char **complete(const char *text, int start, int)
     return rl_completion_matches(text, next_match);
 }
 
-int read_terminal(Shell &shell)
+int read_terminal(Shell &shell, const std::string &banner)
 {
     rl_readline_name = "clidriver";
     rl_attempted_completion_function = complete;
-    fprintf(shell.out(), "clidriver: type help for help, quit to leave\n");
+    rl_catch_signals = 0; // the shell handles Ctrl-C itself
+    fprintf(shell.out(), "clidriver: %stype help for help, quit to leave\n", banner.c_str());
     fflush(shell.out());
+    struct sigaction action = {};
+    action.sa_handler = interrupt_at_prompt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
     for (;;) {
         shell.waiting_for_operator(true);
+        if (sigsetjmp(g_prompt, 1) != 0) {
+            g_at_prompt = 0;
+            fputs("^C\n", shell.out());
+            fflush(shell.out());
+        }
+        g_at_prompt = 1;
         char *line = readline("clidriver> ");
+        g_at_prompt = 0;
         shell.waiting_for_operator(false);
         if (line == nullptr) {
             fputc('\n', shell.out());
@@ -61,17 +95,24 @@ int read_terminal(Shell &shell)
     return 0;
 }
 
+// Lines piped in: the exit code says whether any of them failed (1) or was refused (2), so a
+// job that feeds the prompt learns it as a station script's caller does.
 int read_pipe(Shell &shell)
 {
     std::string text;
+    int code = 0;
     for (;;) {
         shell.waiting_for_operator(true);
         const bool got = static_cast<bool>(std::getline(std::cin, text));
         shell.waiting_for_operator(false);
-        if (!got || !shell.run_line(text))
+        if (!got)
+            break;
+        const bool more = shell.run_line(text);
+        code = worse(code, shell.line_code());
+        if (!more)
             break;
     }
-    return 0;
+    return code;
 }
 
 } // namespace
@@ -95,9 +136,9 @@ std::vector<std::string> completions(const std::string &before, const std::strin
     return {};
 }
 
-int run_interactive(Shell &shell)
+int run_interactive(Shell &shell, const std::string &banner)
 {
-    return isatty(STDIN_FILENO) ? read_terminal(shell) : read_pipe(shell);
+    return isatty(STDIN_FILENO) ? read_terminal(shell, banner) : read_pipe(shell);
 }
 
 } // namespace shell

@@ -10,8 +10,10 @@
 
 #include <cstdio>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
+#include "commands.h"
 #include "interactive.h"
 #include "shell.h"
 #include "station.h"
@@ -32,6 +34,12 @@ constexpr const char *kModes =
     "Options come before the command. Exit code: 0 success (or no status), 1 a non-zero status or\n"
     "a failed script line, 2 a refused command line, script or option.\n";
 
+bool is_file(const std::string &path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -50,9 +58,17 @@ int main(int argc, char **argv)
         ->type_name("FILE");
     app.add_option("--json", station.json, "With a script: write a JSON report to this file")
         ->type_name("FILE");
+    app.add_option("--dut", station.dut, "With a script: the serial number of the unit under test, for the reports")
+        ->type_name("SERIAL");
+    app.add_option("--station", station.station, "With a script: the station's name, for the reports")
+        ->type_name("NAME");
+    app.add_option("--operator", station.operator_name, "With a script: who runs it, for the reports")
+        ->type_name("NAME");
+    app.add_flag("--stop-on-failure", station.stop_on_failure,
+                 "With a script: end the run at the first line that fails or errs");
     app.add_flag("--timing", settings.timing, "After each command, print its wall time and simulated time");
 #if CLIDRIVER_SHELL_SIMULATED
-    std::string scenario = CLIDRIVER_SCENARIO_DIR "/default.toml";
+    std::string scenario = shell::simulated::default_scenario();
     bool trace = false;
     bool bare = false;
     app.add_option("--scenario", scenario, "The simulated camera to run on (a TOML scenario)")
@@ -92,6 +108,20 @@ int main(int argc, char **argv)
         fprintf(stderr, "clidriver: --junit and --json report on a station script (--script FILE)\n");
         return 2;
     }
+    if (station.script.empty() && (!station.dut.empty() || !station.station.empty() ||
+                                   !station.operator_name.empty() || station.stop_on_failure)) {
+        fprintf(stderr, "clidriver: --dut, --station, --operator and --stop-on-failure go with a station "
+                        "script (--script FILE)\n");
+        return 2;
+    }
+    // A script saved without the .cli suffix would otherwise be taken for an unknown command.
+    if (!command.empty() && shell::find_command(command.front()) == nullptr && command.front() != "help" &&
+        command.front() != "list" && is_file(command.front())) {
+        fprintf(stderr,
+                "clidriver: %s is a file, not a command; to run it as a station script: clidriver --script %s\n",
+                command.front().c_str(), command.front().c_str());
+        return 2;
+    }
 
     shell::Hooks hooks;
 #if CLIDRIVER_SHELL_SIMULATED
@@ -102,6 +132,8 @@ int main(int argc, char **argv)
         return 2;
     }
     hooks = shell::simulated::hooks();
+    station.scenario = scenario;
+    station.camera = shell::simulated::camera_name();
     if (!bare)
         shell::simulated::run_startup(trace ? stdout : nullptr);
     if (trace)
@@ -113,5 +145,10 @@ int main(int argc, char **argv)
         return shell::run_station(shell, station);
     if (!command.empty())
         return shell.run_once(command.front(), std::vector<std::string>(command.begin() + 1, command.end()));
-    return shell::run_interactive(shell);
+    std::string banner;
+#if CLIDRIVER_SHELL_SIMULATED
+    banner = "on the simulated camera \"" +
+             (station.camera.empty() ? std::string("unnamed") : station.camera) + "\" (" + scenario + "); ";
+#endif
+    return shell::run_interactive(shell, banner);
 }

@@ -5,7 +5,11 @@
 #include <chrono>
 
 #include "capture.h"
+#include "checks.h"
+#include "command_pages.h"
 #include "number.h"
+#include "readings.h"
+#include "script.h"
 
 namespace shell
 {
@@ -84,7 +88,14 @@ std::unique_ptr<PreparedCall> prepare(std::string_view name, const std::vector<s
     return call;
 }
 
+OutputCapture *g_active_capture = nullptr;
+
 } // namespace
+
+OutputCapture *Shell::active_capture()
+{
+    return g_active_capture;
+}
 
 int exit_code(const CallResult &result)
 {
@@ -139,12 +150,19 @@ CallResult Shell::call(std::string_view name, const std::vector<std::string> &wo
         return result;
     }
 
+    const Entry &entry = *find_command(name);
+    result.skipped = entry.standard_default;
+    // Readings are taken from what the command prints: such a command's output is kept (and shown
+    // once it returns) whatever the mode.
+    const bool has_readings = !readings_of(name).empty();
     fflush(out_);
     OutputCapture captured;
-    const bool capturing = capture && captured.begin();
+    const bool capturing = (capture || has_readings) && captured.begin();
     const int64_t simulated_before = hooks_.simulated_now ? hooks_.simulated_now() : 0;
     const auto wall_before = std::chrono::steady_clock::now();
+    g_active_capture = capturing ? &captured : nullptr;
     result.status = prepared->invoke();
+    g_active_capture = nullptr;
     const auto wall_after = std::chrono::steady_clock::now();
     if (hooks_.simulated_now)
         result.simulated_ns = hooks_.simulated_now() - simulated_before;
@@ -153,9 +171,16 @@ CallResult Shell::call(std::string_view name, const std::vector<std::string> &wo
     fflush(stdout); // the command's own output first, whatever stream the shell prints on
     if (capturing)
         captured.end(result.out, result.err);
+    result.captured = capturing;
+    result.measurements = take_readings(name, result.out);
 
     for (const std::string &line : prepared->outputs())
         fprintf(out_, "%s\n", line.c_str());
+    for (const Measurement &reading : result.measurements)
+        if (reading.present)
+            fprintf(out_, "  reading %s = %s\n", reading.spec.name.c_str(), show(reading).c_str());
+    for (Measurement &lent : prepared->measured())
+        result.measurements.push_back(std::move(lent));
     if (result.status)
         fprintf(out_, "=> %lld\n", static_cast<long long>(*result.status));
     if (settings_.timing) {
@@ -189,9 +214,11 @@ int Shell::run_once(std::string_view name, const std::vector<std::string> &words
 
 bool Shell::run_line(std::string_view text)
 {
+    line_code_ = 0;
     CommandLine line;
     if (std::string error = split_line(text, line); !error.empty()) {
         refuse("clidriver: ", error);
+        line_code_ = 2;
         return true;
     }
     if (line.name.empty())
@@ -199,25 +226,28 @@ bool Shell::run_line(std::string_view text)
     if (line.name == "quit" || line.name == "exit")
         return false;
     if (line.name == "help" || line.name == "list") {
-        run_once(line.name, line.words);
+        line_code_ = run_once(line.name, line.words);
         return true;
     }
     int64_t expected = 0;
+    StepOptions options;
     if (line.expect) {
-        if (std::string error = check(line.name, line.words); !error.empty()) {
+        std::string error = check(line.name, line.words);
+        if (error.empty())
+            error = read_expectations(*this, line, expected, options);
+        if (!error.empty()) {
             refuse("clidriver: ", error);
-            return true;
-        }
-        if (std::string error = check_expect(line.name, *line.expect, expected); !error.empty()) {
-            refuse("clidriver: ", error);
+            line_code_ = 2;
             return true;
         }
     }
     const CallResult result = call(line.name, line.words);
-    if (result.called && line.expect && result.status.value_or(0) != expected) {
-        fprintf(out_, "FAIL: expected %lld, got %s\n", static_cast<long long>(expected),
-                result.status ? std::to_string(*result.status).c_str() : "no status");
-        fflush(out_);
+    line_code_ = exit_code(result);
+    if (result.called && line.expect) {
+        const Verdict verdict =
+            judge(result, expected, options, result.simulated_ns.value_or(result.wall_ns));
+        print_verdict(out_, verdict);
+        line_code_ = verdict.outcome == Outcome::Fail || verdict.outcome == Outcome::Error ? 1 : 0;
     }
     return true;
 }
@@ -270,22 +300,54 @@ void Shell::help(std::string_view topic)
         fputs("  a support operation of the library\n", out_);
         break;
     }
+    // The command's page, indented under the signature.
+    std::string_view page = command_page(entry->name);
+    if (!page.empty())
+        fputc('\n', out_);
+    while (!page.empty()) {
+        const size_t end = std::min(page.find('\n'), page.size());
+        const std::string_view text = page.substr(0, end);
+        fprintf(out_, "%s%.*s\n", text.empty() ? "" : "  ", static_cast<int>(text.size()), text.data());
+        page.remove_prefix(std::min(end + 1, page.size()));
+    }
     fflush(out_);
 }
 
+namespace
+{
+
+// Who answers under a name on this model: the model's (or the library's) own code, a default
+// (whose standard body answers "unsupport this function"), or a support operation of the library.
+const char *answered_by(const Entry &entry)
+{
+    switch (entry.origin) {
+    case Origin::Command:
+        return entry.default_in_force ? "default" : "implemented";
+    case Origin::Default:
+        return "default";
+    case Origin::Support:
+        return "support";
+    }
+    return "";
+}
+
+} // namespace
+
 void Shell::list(std::string_view filter)
 {
-    size_t shown = 0;
+    std::vector<std::pair<std::string, const Entry *>> shown;
+    size_t width = 0;
     for (const Entry &entry : command_table()) {
         if (!filter.empty() && !contains_ignoring_case(entry.name, filter))
             continue;
-        ++shown;
-        if (entry.callable_here())
-            fprintf(out_, "%s\n", usage(entry).c_str());
-        else
-            fprintf(out_, "%s   (not callable from the shell)\n", entry.name.c_str());
+        std::string text =
+            entry.callable_here() ? usage(entry) : entry.name + "   (not callable from the shell)";
+        width = std::max(width, text.size());
+        shown.emplace_back(std::move(text), &entry);
     }
-    fprintf(out_, "%s\n", count_of(shown, "command").c_str());
+    for (const auto &[text, entry] : shown)
+        fprintf(out_, "%-*s  %s\n", static_cast<int>(width), text.c_str(), answered_by(*entry));
+    fprintf(out_, "%s\n", count_of(shown.size(), "command").c_str());
     fflush(out_);
 }
 

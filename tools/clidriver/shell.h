@@ -5,6 +5,7 @@
 //       *pulIn = 2 (0x2)                      result words the shell lent, in parameter order
 //       pvBuf = 24 47 50                      lent buffers, up to the last non-zero byte
 //       pstPorts[0] = "/dev/ttyAMA1", flag 1  the serial port list
+//       reading cpld = 12                     readings taken from the command's result lines
 //     => 0                                    the status word (absent for commands without one)
 //     -- wall 0.042 ms, simulated 2.000000 s  with --timing
 //
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "measurement.h"
 #include "words.h"
 
 namespace shell
@@ -46,6 +48,9 @@ struct CallResult {
     int64_t wall_ns = 0;
     std::optional<int64_t> simulated_ns;
     std::string out, err; // what the command wrote, when the call was captured
+    bool captured = false;
+    bool skipped = false;                  // a default's standard body answered
+    std::vector<Measurement> measurements; // readings, then what the shell lent
 };
 
 // 0: success or nothing returned; 1: a non-zero status; 2: refused.
@@ -85,6 +90,23 @@ class Shell
     }
     FILE *out() const { return out_; }
     FILE *err() const { return err_; }
+    Settings &settings() { return settings_; }
+    // Housekeeping between two commands, for work the station does of its own.
+    void after_command() const
+    {
+        if (hooks_.after_command)
+            hooks_.after_command();
+    }
+    // Nanoseconds on the simulated clock, or none on a camera.
+    std::optional<int64_t> simulated_now() const
+    {
+        return hooks_.simulated_now ? std::optional<int64_t>(hooks_.simulated_now()) : std::nullopt;
+    }
+    // The capture of the call under way, if any: a command that ends the process leaves it open,
+    // and whoever reports that closes it.
+    static OutputCapture *active_capture();
+    // How the last line given to run_line ended: 0 well, 1 a failed status or limit, 2 refused.
+    int line_code() const { return line_code_; }
 
   private:
     void refuse(std::string_view prefix, const std::string &message);
@@ -93,6 +115,7 @@ class Shell
     Hooks hooks_;
     FILE *out_;
     FILE *err_;
+    int line_code_ = 0;
 };
 
 } // namespace shell

@@ -2,7 +2,11 @@
 
 #include "clidriver/clidriver.h"
 
+#include <climits>
+#include <filesystem>
 #include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "core/clock.h"
 #include "core/journal.h"
@@ -18,6 +22,7 @@ namespace
 {
 
 sim::Startup g_startup;
+std::string g_camera_name;
 
 // The shell's serial port list: it lives as long as the shell, as on the camera.
 CliSerialPort g_astPorts[3];
@@ -30,6 +35,32 @@ void start(const std::string &scenario_path, FILE *console)
     sim::start(scenario);
     sim::platform().set_console(console);
     g_startup = scenario.startup;
+    g_camera_name = scenario.name;
+}
+
+const std::string &camera_name()
+{
+    return g_camera_name;
+}
+
+std::string default_scenario()
+{
+#ifdef CLIDRIVER_INSTALLED_SCENARIOS
+    char executable[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", executable, sizeof executable - 1);
+    if (length > 0) {
+        // bin/../share/... written as share/..., as the banner and the reports show it.
+        const std::string path =
+            (std::filesystem::path(std::string(executable, static_cast<size_t>(length))).parent_path() /
+             CLIDRIVER_INSTALLED_SCENARIOS / "default.toml")
+                .lexically_normal()
+                .string();
+        struct stat status = {};
+        if (stat(path.c_str(), &status) == 0)
+            return path;
+    }
+#endif
+    return CLIDRIVER_SCENARIO_DIR "/default.toml";
 }
 
 void run_startup(FILE *trace)

@@ -15,6 +15,13 @@ namespace shell::simulated
 // Throws sim::ScenarioError, whose message names the file, line and key.
 void start(const std::string &scenario_path, FILE *console);
 
+// The camera's name, as the scenario's [camera] gives it ("" when it gives none).
+const std::string &camera_name();
+
+// The scenario a shell runs on when none is named: the installed one beside an installed shell
+// (PREFIX/share/clidriver/sim/scenarios/default.toml), else the source tree's.
+std::string default_scenario();
+
 // Does what the camera's platform does before its shell starts, as the scenario states it (the
 // product record, the serial set-up, the hub and devices declared on the peripheral link), so the
 // first command finds the library as on a camera. Nothing of it reaches the console; with

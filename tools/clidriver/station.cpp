@@ -2,12 +2,22 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <fstream>
+#include <limits.h>
 #include <sstream>
+#include <unistd.h>
 
+#include "capture.h"
+#include "readings.h"
 #include "reports.h"
 #include "script.h"
+
+#ifndef CLIDRIVER_VERSION
+#define CLIDRIVER_VERSION "unknown"
+#endif
 
 namespace shell
 {
@@ -55,6 +65,90 @@ class ReportFile
     FILE *file_ = nullptr;
 };
 
+// The version of the libclidriver this process loaded, from its file name (libclidriver.so.1.0.0).
+std::string library_version()
+{
+    void *symbol = dlsym(RTLD_DEFAULT, "__CLI_GetRawData");
+    Dl_info where = {};
+    if (symbol == nullptr || dladdr(symbol, &where) == 0 || where.dli_fname == nullptr)
+        return {};
+    char real[PATH_MAX];
+    const std::string path = realpath(where.dli_fname, real) != nullptr ? real : where.dli_fname;
+    const size_t so = path.rfind(".so.");
+    return so == std::string::npos ? std::string() : path.substr(so + 4);
+}
+
+// What the camera says it is: the product type from the platform's manufacturing parameters and
+// the software version as the version report prints it. Nothing of it reaches the console.
+void identify_unit(Shell &shell, RunInfo &info)
+{
+    using ProductType = uint32_t (*)();
+    if (auto product_type = reinterpret_cast<ProductType>(dlsym(RTLD_DEFAULT, "drv_GetManuparseProductType")))
+        info.product_type = product_type();
+    if (const Entry *report = find_command("COM_Display_SoftVER"); report != nullptr && report->callable_here()) {
+        std::string error;
+        const auto call = report->callable->prepare(report->params, {}, error);
+        const Captured printed = capture_output([&] {
+            if (call)
+                call->invoke();
+        });
+        for (const Measurement &reading : take_readings("COM_Display_SoftVER", printed.out))
+            if (reading.spec.name == "software" && reading.present)
+                info.software_version = reading.text;
+    }
+    shell.after_command();
+}
+
+// What a command that ends the process leaves to be done: the step ends in ERROR, the summary is
+// printed and the reports are written, and the shell ends with 1, not with the command's code.
+struct Station {
+    Shell *shell = nullptr;
+    ScriptRun *run = nullptr;
+    const RunInfo *info = nullptr;
+    ReportFile *junit = nullptr;
+    ReportFile *json = nullptr;
+};
+Station g_station;
+
+void finish(Shell &shell, ScriptRun &run, const RunInfo &info, ReportFile &junit, ReportFile &json,
+            bool &written)
+{
+    print_summary(shell.out(), run);
+    written = junit.write(junit_xml(run, info), shell.err());
+    written = json.write(json_report(run, info), shell.err()) && written;
+}
+
+void ended_the_process(int status, void *)
+{
+    if (g_station.run == nullptr || !g_station.run->current)
+        return;
+    Station station = g_station;
+    g_station = {};
+    ScriptRun &run = *station.run;
+    LineOutcome &outcome = run.lines[*run.current];
+    CallResult &result = outcome.result;
+    if (OutputCapture *capture = Shell::active_capture()) {
+        capture->end(result.out, result.err);
+        result.captured = true;
+    }
+    fflush(stdout);
+    result.called = true;
+    outcome.run = true;
+    outcome.attempts = std::max(outcome.attempts, 1);
+    outcome.end_ms = wall_clock_ms();
+    outcome.simulated_end_ns = station.shell->simulated_now();
+    outcome.verdict = Verdict{Outcome::Error, "the command ended the process (exit status " + std::to_string(status) + ")", {}};
+    print_verdict(station.shell->out(), outcome.verdict);
+    run.current.reset();
+    run.end_ms = outcome.end_ms;
+    run.simulated_end_ns = outcome.simulated_end_ns;
+    tally(run);
+    bool written = true;
+    finish(*station.shell, run, *station.info, *station.junit, *station.json, written);
+    fflush(nullptr);
+    _exit(written ? 1 : 2);
+}
+
 } // namespace
 
 int run_station(Shell &shell, const StationOptions &options)
@@ -82,12 +176,39 @@ int run_station(Shell &shell, const StationOptions &options)
     if (!junit.open(options.junit, shell.err()) || !json.open(options.json, shell.err()))
         return 2;
 
-    const bool reports = !options.junit.empty() || !options.json.empty();
-    const ScriptRun run = run_script(shell, script, reports);
-    print_summary(shell.out(), run);
+    RunInfo info;
+    info.dut = options.dut;
+    info.station = options.station;
+    info.operator_name = options.operator_name;
+    info.scenario = options.scenario;
+    info.camera = options.camera;
+    info.shell_version = CLIDRIVER_VERSION;
+    info.library_version = library_version();
+    char host[256] = {};
+    if (gethostname(host, sizeof host - 1) == 0)
+        info.hostname = host;
+    identify_unit(shell, info);
 
-    bool written = junit.write(junit_xml(run), shell.err());
-    written = json.write(json_report(run), shell.err()) && written;
+    fprintf(shell.out(), "Station run of %s\n", options.script.c_str());
+    if (!options.camera.empty() || !options.scenario.empty())
+        fprintf(shell.out(), "  camera: %s (%s)\n", options.camera.empty() ? "unnamed" : options.camera.c_str(),
+                options.scenario.c_str());
+    fprintf(shell.out(), "  unit: %s, product type %s, software %s\n",
+            options.dut.empty() ? "no serial number given (--dut)" : options.dut.c_str(),
+            info.product_type ? std::to_string(*info.product_type).c_str() : "unknown",
+            info.software_version.empty() ? "unknown" : info.software_version.c_str());
+    fflush(shell.out());
+
+    const bool reports = !options.junit.empty() || !options.json.empty();
+    ScriptRun run;
+    g_station = Station{&shell, &run, &info, &junit, &json};
+    static const bool registered = on_exit(ended_the_process, nullptr) == 0;
+    (void)registered;
+    run_script(shell, script, RunOptions{reports, options.stop_on_failure}, run);
+    g_station = {};
+
+    bool written = true;
+    finish(shell, run, info, junit, json, written);
     if (!written)
         return 2;
     return exit_code(run);

@@ -13,18 +13,23 @@ bool is_blank(char c)
 struct Word {
     std::string text;
     bool quoted = false;
+    size_t end = 0; // just past the word in the line
 };
 
-std::string split_words(std::string_view line, std::vector<Word> &words)
+// `stop` is where the words end: the line's end or the comment's '#'.
+std::string split_words(std::string_view line, std::vector<Word> &words, size_t &stop)
 {
     size_t i = 0;
+    stop = line.size();
     while (i < line.size()) {
         if (is_blank(line[i])) {
             ++i;
             continue;
         }
-        if (line[i] == '#')
+        if (line[i] == '#') {
+            stop = i;
             break; // a comment runs to the end of the line
+        }
         Word word;
         while (i < line.size() && !is_blank(line[i])) {
             if (line[i] != '"') {
@@ -48,6 +53,7 @@ std::string split_words(std::string_view line, std::vector<Word> &words)
             if (!closed)
                 return "a quote is not closed";
         }
+        word.end = i;
         words.push_back(std::move(word));
     }
     return {};
@@ -58,7 +64,8 @@ std::string split_words(std::string_view line, std::vector<Word> &words)
 std::string split_line(std::string_view line, CommandLine &command)
 {
     std::vector<Word> words;
-    if (std::string error = split_words(line, words); !error.empty())
+    size_t stop = 0;
+    if (std::string error = split_words(line, words, stop); !error.empty())
         return error;
     command = CommandLine{};
     for (size_t i = 0; i < words.size(); ++i) {
@@ -76,14 +83,20 @@ std::string split_line(std::string_view line, CommandLine &command)
         if (i == 0)
             return "\"=>\" needs a command before it";
         std::string expect = word.text.substr(2);
-        size_t next = i + 1;
+        size_t last = i;
         if (expect.empty()) {
-            if (next >= words.size())
+            if (i + 1 >= words.size())
                 return "\"=>\" needs the expected status after it";
-            expect = words[next++].text;
+            expect = words[++last].text;
         }
-        if (next != words.size())
-            return "\"=> " + expect + "\" must end the line";
+        // What follows the status (limits and step options) is read by the station.
+        command.checks = std::string(line.substr(words[last].end, stop - words[last].end));
+        if (expect.size() > 1 && expect.back() == ',') {
+            expect.pop_back();
+            command.checks = "," + command.checks;
+        }
+        while (!command.checks.empty() && is_blank(command.checks.back()))
+            command.checks.pop_back();
         command.expect = expect;
         break;
     }

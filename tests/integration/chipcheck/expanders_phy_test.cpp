@@ -387,7 +387,7 @@ INSTANTIATE_TEST_SUITE_P(Table, Ethernet, ::testing::ValuesIn(kEthernetRows), cl
 // The unit with a broken PHY, as its scenario file describes it.
 TEST_F(PhyFaults, BrokenPhyScenarioFailsTheEthernetCheck)
 {
-    use_scenario_file(CLIDRIVER_SCENARIO_DIR "/broken-phy.toml");
+    use_scenario_file(CLIDRIVER_SCENARIO_DIR "/faulty/broken-phy.toml");
     const Call call = run([] { return CLI_ChipCheckEthernet(); });
     EXPECT_EQ(call.status, 1);
     EXPECT_EQ(call.messages(), (std::vector<std::string>{

@@ -1,0 +1,245 @@
+#include "checks.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+
+#include "number.h"
+
+namespace shell
+{
+namespace
+{
+
+struct Token {
+    std::string text;
+    bool quoted = false;
+    bool comma = false;
+};
+
+std::string tokenize(std::string_view text, std::vector<Token> &tokens)
+{
+    for (size_t i = 0; i < text.size();) {
+        const char c = text[i];
+        if (c == ' ' || c == '\t' || c == '\r') {
+            ++i;
+            continue;
+        }
+        if (c == ',') {
+            tokens.push_back({",", false, true});
+            ++i;
+            continue;
+        }
+        Token token;
+        if (c == '"') {
+            token.quoted = true;
+            ++i;
+            bool closed = false;
+            while (i < text.size()) {
+                const char d = text[i++];
+                if (d == '"') {
+                    closed = true;
+                    break;
+                }
+                if (d == '\\' && i < text.size() && text[i] == '"')
+                    token.text += text[i++];
+                else
+                    token.text += d;
+            }
+            if (!closed)
+                return "a quote is not closed";
+        } else {
+            while (i < text.size() && text[i] != ' ' && text[i] != '\t' && text[i] != ',' && text[i] != '\r')
+                token.text += text[i++];
+        }
+        tokens.push_back(std::move(token));
+    }
+    return {};
+}
+
+std::optional<double> as_number(const std::string &text)
+{
+    if (text.empty())
+        return std::nullopt;
+    int64_t integer = 0;
+    // Decimal or 0x hex, leading zeros decimal ("012" is twelve), as every number the shell reads.
+    if (parse_integer(text, INT64_MIN + 1, UINT32_MAX, "a number", integer).empty())
+        return static_cast<double>(integer);
+    char *end = nullptr;
+    errno = 0;
+    const double value = strtod(text.c_str(), &end);
+    if (errno != 0 || end == text.c_str() || *end != '\0' || !std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
+const std::pair<std::string_view, Limit::Op> kOperators[] = {
+    {"=", Limit::Op::Equal},        {"==", Limit::Op::Equal},           {"!=", Limit::Op::NotEqual},
+    {"<", Limit::Op::Less},         {"<=", Limit::Op::LessOrEqual},     {">", Limit::Op::Greater},
+    {">=", Limit::Op::GreaterOrEqual}, {"in", Limit::Op::Range},        {"~", Limit::Op::Pattern},
+};
+
+std::string names_of(const std::vector<MeasurementSpec> &measured)
+{
+    std::string names;
+    for (const MeasurementSpec &spec : measured)
+        names += (names.empty() ? "" : ", ") + spec.name;
+    return names.empty() ? "none" : names;
+}
+
+std::string read_limit(const std::vector<Token> &clause, const std::vector<MeasurementSpec> &measured,
+                       Limit &limit)
+{
+    if (clause.size() != 3)
+        return "'" + clause[0].text + "': a limit is NAME OPERATOR VALUE (such as satellites_in_use >= 4)";
+    limit.name = clause[0].text;
+    const auto spec = std::find_if(measured.begin(), measured.end(),
+                                   [&](const MeasurementSpec &s) { return s.name == limit.name; });
+    if (spec == measured.end())
+        return "no measurement '" + limit.name + "' (this command measures: " + names_of(measured) + ")";
+    const auto op = std::find_if(std::begin(kOperators), std::end(kOperators),
+                                 [&](const auto &known) { return known.first == clause[1].text; });
+    if (op == std::end(kOperators) || clause[1].quoted)
+        return "'" + clause[1].text + "' is not a limit (=, !=, <, <=, >, >=, in, ~)";
+    limit.op = op->second;
+    const std::string value = clause[2].text;
+    limit.written = clause[1].text + " " + (clause[2].quoted ? "\"" + value + "\"" : value);
+    const bool numeric = spec->kind != Kind::Text;
+    if (limit.op == Limit::Op::Pattern) {
+        try {
+            limit.pattern = std::regex(value, std::regex::ECMAScript);
+        } catch (const std::regex_error &) {
+            return "'" + value + "' is not a regular expression";
+        }
+        limit.values = {value};
+        return {};
+    }
+    if (limit.op == Limit::Op::Range) {
+        if (const size_t dots = value.find(".."); dots != std::string::npos && !clause[2].quoted) {
+            if (!numeric)
+                return limit.name + " is text: a range needs a number";
+            limit.values = {value.substr(0, dots), value.substr(dots + 2)};
+        } else {
+            limit.op = Limit::Op::Set;
+            for (size_t i = 0; i <= value.size();) {
+                const size_t bar = std::min(value.find('|', i), value.size());
+                limit.values.push_back(value.substr(i, bar - i));
+                i = bar + 1;
+            }
+        }
+    } else {
+        limit.values = {value};
+        if (!numeric && limit.op != Limit::Op::Equal && limit.op != Limit::Op::NotEqual)
+            return limit.name + " is text: compare it with =, !=, in or ~";
+    }
+    if (numeric) {
+        for (const std::string &text : limit.values) {
+            const auto number = as_number(text);
+            if (!number)
+                return "'" + text + "' is not a number, and " + limit.name + " is " + kind_name(spec->kind);
+            limit.numbers.push_back(*number);
+        }
+        if (limit.op == Limit::Op::Range && limit.numbers[0] > limit.numbers[1])
+            return "the range " + value + " runs backwards";
+    }
+    return {};
+}
+
+std::string read_option(const std::vector<Token> &clause, StepOptions &options)
+{
+    if (clause.size() != 2 && !(clause.size() == 3 && clause[0].text == "timeout" && clause[2].text == "s"))
+        return clause[0].text == "retry" ? "retry takes a count: retry 2" : "timeout takes seconds: timeout 40";
+    if (clause[0].text == "retry") {
+        int64_t count = 0;
+        if (std::string error = parse_integer(clause[1].text, 0, 100, "a retry count", count); !error.empty())
+            return "retry: " + error;
+        options.retries = static_cast<int>(count);
+        return {};
+    }
+    const auto seconds = as_number(clause[1].text);
+    if (!seconds || *seconds <= 0)
+        return "timeout: '" + clause[1].text + "' is not a number of seconds above 0";
+    options.timeout_s = *seconds;
+    return {};
+}
+
+} // namespace
+
+std::string parse_checks(std::string_view text, const std::vector<MeasurementSpec> &measured,
+                         StepOptions &options)
+{
+    std::vector<Token> tokens;
+    if (std::string error = tokenize(text, tokens); !error.empty())
+        return error;
+    if (tokens.empty())
+        return {};
+    if (!tokens.front().comma)
+        return "write a comma between the expected status and what follows: => 0, " + tokens.front().text + " ...";
+    std::vector<std::vector<Token>> clauses(1);
+    for (size_t i = 1; i < tokens.size(); ++i) {
+        if (tokens[i].comma)
+            clauses.emplace_back();
+        else
+            clauses.back().push_back(tokens[i]);
+    }
+    for (const std::vector<Token> &clause : clauses) {
+        if (clause.empty())
+            return "an empty check between two commas";
+        if (!clause[0].quoted && (clause[0].text == "retry" || clause[0].text == "timeout")) {
+            if (std::string error = read_option(clause, options); !error.empty())
+                return error;
+            continue;
+        }
+        Limit limit;
+        if (std::string error = read_limit(clause, measured, limit); !error.empty())
+            return error;
+        options.limits.push_back(std::move(limit));
+    }
+    return {};
+}
+
+bool within(const Limit &limit, const Measurement &measurement, std::string &why)
+{
+    const std::string measured = limit.name + " = " + show(measurement);
+    why = measured + ", limit " + limit.written;
+    if (!measurement.present) {
+        why = limit.name + " was not printed, limit " + limit.written;
+        return false;
+    }
+    if (limit.op == Limit::Op::Pattern)
+        return std::regex_search(measurement.text, limit.pattern);
+    const bool numeric = !limit.numbers.empty();
+    if (numeric && !measurement.number) {
+        why = measured + " is not a number, limit " + limit.written;
+        return false;
+    }
+    const double value = numeric ? *measurement.number : 0;
+    const auto equal = [&](size_t i) { return numeric ? value == limit.numbers[i] : measurement.text == limit.values[i]; };
+    switch (limit.op) {
+    case Limit::Op::Equal:
+        return equal(0);
+    case Limit::Op::NotEqual:
+        return !equal(0);
+    case Limit::Op::Less:
+        return value < limit.numbers[0];
+    case Limit::Op::LessOrEqual:
+        return value <= limit.numbers[0];
+    case Limit::Op::Greater:
+        return value > limit.numbers[0];
+    case Limit::Op::GreaterOrEqual:
+        return value >= limit.numbers[0];
+    case Limit::Op::Range:
+        return value >= limit.numbers[0] && value <= limit.numbers[1];
+    case Limit::Op::Set:
+        for (size_t i = 0; i < limit.values.size(); ++i)
+            if (equal(i))
+                return true;
+        return false;
+    case Limit::Op::Pattern:
+        break;
+    }
+    return false;
+}
+
+} // namespace shell

@@ -87,7 +87,11 @@ static uint32_t gulCliSniffChannel = 1;
 static void ulink_packet_handler(u_char *pucUser, const struct pcap_pkthdr *pstHeader, const u_char *pucBytes)
 {
     uint32_t ulSubtype = 0;
-    if (cli_probe_collect(reinterpret_cast<ulink_collector *>(pucUser), pucBytes, pstHeader->caplen,
+    /* pucUser is the collector ulink_recv handed to pcap_dispatch, back through libpcap's byte
+     * pointer: going through void * says so, where a cast between the two pointer types would
+     * claim an alignment the compiler cannot see. */
+    void *pvCollector = pucUser;
+    if (cli_probe_collect(static_cast<ulink_collector *>(pvCollector), pucBytes, pstHeader->caplen,
                           pstHeader->len, &ulSubtype) == CLI_PROBE_SUBTYPE)
         printf("wifi subtype %d wrong \r\n", static_cast<int>(ulSubtype));
 }

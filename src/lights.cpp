@@ -279,11 +279,18 @@ uint32_t CLI_HeatCtrl(uint32_t ulIndex, uint32_t bIsOn)
     return cli_switch_units(__func__, ulIndex, bIsOn, cli_SetHeater, apcFailed);
 }
 
-/* Fans are simple switches: the driver gets the request as it came. */
+/* Fans are simple switches: the driver gets the request as it came. The driver's operation is
+ * called, never taken by address: an address would have to be bound when the library is loaded,
+ * and the camera's driver library is only there to bind it on the camera itself. */
+static int32_t cli_set_fan(uint32_t ulIndex, uint32_t bIsOn)
+{
+    return Drv_SetFan(ulIndex, bIsOn);
+}
+
 uint32_t CLI_FanCtrl(uint32_t ulIndex, uint32_t bIsOn)
 {
     static const char *const apcFailed[2] = {"Drv_SetFan(0, bIsOn)", "Drv_SetFan(1, bIsOn)"};
-    return cli_switch_units(__func__, ulIndex, bIsOn, Drv_SetFan, apcFailed);
+    return cli_switch_units(__func__, ulIndex, bIsOn, cli_set_fan, apcFailed);
 }
 
 /* ---- Light, motion and orientation sensors ------------------------------------------------------ */

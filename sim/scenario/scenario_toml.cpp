@@ -6,6 +6,8 @@
 #include "peripherals/box_toml.h"
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
+#include "peripherals/ir_lamp_toml.h"
+#include "peripherals/light_sensor_toml.h"
 #include "peripherals/scripted_peer_toml.h"
 #include "scenario/scenario.h"
 #include "scenario/section.h"
@@ -349,6 +351,8 @@ const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"hub", load_hub_peer},
     {"gps", load_gps_peer},
     {"box", load_box_peer},
+    {"ir_lamp", load_ir_lamp_peer},           // the IR lamp unit on the console UART
+    {"light_sensor", load_light_sensor_peer}, // the serial light sensor on the console UART
 };
 } // namespace
 

@@ -340,7 +340,9 @@ TEST_P(SharedKeys, BadChecksumAndOversizeOnlyWhereThePeerHasAHook)
 
 INSTANTIATE_TEST_SUITE_P(Peers, SharedKeys,
                          ::testing::Values(PeerKind{"script", false, false}, PeerKind{"gps", true, false},
-                                           PeerKind{"hub", true, true}, PeerKind{"box", true, true}),
+                                           PeerKind{"hub", true, true}, PeerKind{"box", true, true},
+                                           PeerKind{"ir_lamp", false, false},
+                                           PeerKind{"light_sensor", true, false}),
                          [](const auto &info) { return std::string(info.param.name); });
 
 class SharedKeyMistakes : public ::testing::TestWithParam<clitest::ScenarioMistake>

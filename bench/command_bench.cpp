@@ -96,6 +96,16 @@ void BM_GetGpsSatellite(benchmark::State &state)
 {
     run_command(state, [] { return CLI_GetGpsSatellite(0); });
 }
+// Lights and sensors: the analogue light sensor (one ioctl) and the serial one on the console
+// UART (open, rate, one query and its reply, close).
+void BM_PhotoSensorVoltage(benchmark::State &state)
+{
+    run_command(state, [] { return CLI_PhotoSensorVoltage(); });
+}
+void BM_232PhotoSensorVoltage(benchmark::State &state)
+{
+    run_command(state, [] { return CLI_232PhotoSensorVoltage(); });
+}
 
 } // namespace
 
@@ -107,5 +117,7 @@ BENCHMARK(BM_ChipCheckUsbDevice);
 BENCHMARK(BM_GetCpuInfo);
 BENCHMARK(BM_GetGpsCoor)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_GetGpsSatellite)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_PhotoSensorVoltage);
+BENCHMARK(BM_232PhotoSensorVoltage);
 
 BENCHMARK_MAIN();

@@ -1,6 +1,7 @@
 // The libc and libpcap entry points the simulated camera takes over. Each one looks at what it
 // is asked for: a camera path, a simulated descriptor, a fixed command, the Wi-Fi interface, a
 // wait; anything else goes to the real function untouched.
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -180,8 +181,13 @@ int close(int fd)
 
 ssize_t write(int fd, const void *buffer, size_t count)
 {
+    const bool port = descriptors().kind(fd) == FdKind::Port;
+    if (port) {
+        if (const WriteLimit limit = serial_write_limit())
+            count = std::min(count, limit(fd, count));
+    }
     const ssize_t written = real::write(fd, buffer, count);
-    if (written > 0 && descriptors().kind(fd) == FdKind::Port) {
+    if (written > 0 && port) {
         if (Port *port = serial_ports().port_of_fd(fd))
             port->product_wrote(static_cast<size_t>(written));
     }

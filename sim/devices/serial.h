@@ -87,6 +87,13 @@ class SerialPorts
 
 SerialPorts &serial_ports();
 
+// A test's hand in the product's writes to the camera's serial ports: given the descriptor and the
+// bytes asked for, how many the port takes (a UART whose buffer is full takes fewer, and write
+// returns that count). None set: every write goes whole, as a pty with room takes it.
+using WriteLimit = size_t (*)(int fd, size_t count);
+void set_serial_write_limit(WriteLimit limit);
+WriteLimit serial_write_limit();
+
 extern const char *const kCameraPorts[];
 
 } // namespace sim

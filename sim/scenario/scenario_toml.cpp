@@ -13,6 +13,8 @@
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
 #include "peripherals/rfid_toml.h"
+#include "peripherals/ir_lamp_toml.h"
+#include "peripherals/light_sensor_toml.h"
 #include "peripherals/scripted_peer_toml.h"
 #include "peripherals/zigbee_toml.h"
 #include "scenario/scenario.h"
@@ -506,6 +508,8 @@ const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"box", load_box_peer},
     {"rfid", load_rfid_peer},
     {"zigbee", load_zigbee_peer},
+    {"ir_lamp", load_ir_lamp_peer},           // the IR lamp unit on the console UART
+    {"light_sensor", load_light_sensor_peer}, // the serial light sensor on the console UART
 };
 // clang-format on
 } // namespace

@@ -345,7 +345,9 @@ INSTANTIATE_TEST_SUITE_P(Peers, SharedKeys,
                                            PeerKind{"hub", true, true},
                                            PeerKind{"box", true, true},
                                            PeerKind{"rfid", true, true},
-                                           PeerKind{"zigbee", true, true}),
+                                           PeerKind{"zigbee", true, true},
+                                           PeerKind{"ir_lamp", false, false},
+                                           PeerKind{"light_sensor", true, false}),
                          // clang-format on
                          [](const auto &info) { return std::string(info.param.name); });
 

@@ -725,7 +725,8 @@ const Mistake kMistakes[] = {
     {"from a folder", "[commands]\n\"lsusb\" = { from = \".\" }\n",
      "bad.toml:2: commands.lsusb.from: cannot read {dir}/."},
     {"unknown peer kind", "[ports.\"/dev/ttyS1\"]\npeer = \"modem\"\n",
-     "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps, box, rfid, zigbee)"},
+     "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps, box, rfid, "
+     "zigbee, ir_lamp, light_sensor)"},
     {"peer option on a port without a peer", "[ports.\"/dev/ttyS1\"]\nmode = \"silent\"\n",
      "bad.toml:2: ports./dev/ttyS1.mode: unknown key (expected one of: absent, open_errno)"},
     {"unknown peer mode", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\nmode = \"chatty\"\n",

@@ -1,5 +1,6 @@
 #include "fault_injection.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <termios.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include "clidriver/clidriver.h"
 #include "core/descriptors.h"
 #include "core/real.h"
+#include "devices/serial.h"
 
 namespace clitest
 {
@@ -24,6 +26,17 @@ bool product_port(int fd)
 {
     return sim::descriptors().kind(fd) == sim::FdKind::Port;
 }
+
+// The simulated camera asks this for every write to one of its serial ports (it owns write).
+size_t limit_serial_write(int fd, size_t count)
+{
+    (void)fd;
+    if (faults().short_write.fires())
+        return std::min(count, faults().short_write_keeps);
+    return count;
+}
+
+[[maybe_unused]] const bool kWriteLimitInstalled = (sim::set_serial_write_limit(limit_serial_write), true);
 
 } // namespace
 } // namespace clitest

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cerrno>
+#include <cstddef>
 
 namespace clitest
 {
@@ -40,6 +41,10 @@ struct Faults {
     Countdown tcsetattr;  // on the product's serial ports: -1 with EIO
     Countdown empty_read; // read on a product's serial port returns 0, consuming nothing
     Countdown com_send;   // CLI_ComSend returns 1 and sends nothing
+    // A write to a product's serial port takes only the first `short_write_keeps` bytes (all of
+    // them when fewer were asked for) and returns that count: a UART whose buffer is full.
+    Countdown short_write;
+    size_t short_write_keeps = 3;
 };
 
 // The armed faults of this process (each test runs in a process of its own).

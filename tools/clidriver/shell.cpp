@@ -256,8 +256,9 @@ void Shell::help(std::string_view topic)
 {
     if (topic.empty()) {
         fputs("Type a command and its arguments, e.g.  CLI_GetGpsCoor 0\n"
-              "  list [TEXT]      the commands whose name contains TEXT\n"
-              "  help [COMMAND]   this text, or a command's signature and what to type\n"
+              "  list [TEXT]      the commands whose name contains TEXT (any case), each marked\n"
+              "                   implemented, default or support\n"
+              "  help [COMMAND]   this text, or a command's signature, what to type and its page\n"
               "  quit             leave (Ctrl-D too)\n"
               "Numbers are decimal or 0x hex, with a leading - where the type is signed. A time-out is\n"
               "SECONDS or SECONDS.FRACTION. Bytes are one quoted word of hex pairs: \"FE 00 04\".\n"

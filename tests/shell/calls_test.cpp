@@ -152,14 +152,43 @@ TEST_F(ShellCalls, NotANumberCallsNothing)
     }
 }
 
+// The first support operation of the list that the library does not build yet, if any is left.
+std::string first_support_not_built()
+{
+    const char *const names[] = {
+#define SHELL_SUPPORT_0(name) #name,
+#define SHELL_SUPPORT_1(name)
+#define CLI_SUPPORT(family, name, owner, built, ret, params) SHELL_SUPPORT_##built(name)
+#include "clidriver/commands.def"
+#undef SHELL_SUPPORT_1
+#undef SHELL_SUPPORT_0
+        ""};
+    return names[0];
+}
+
 TEST_F(ShellCalls, SupportOperationNotBuiltIsNamedAsSuch)
+{
+    const std::string name = first_support_not_built();
+    if (name.empty())
+        GTEST_SKIP() << "every support operation is built";
+    Call call;
+    EXPECT_EQ(once(name, {}, call), 2);
+    EXPECT_TRUE(call.journal.empty());
+    EXPECT_EQ(call.err, "clidriver: " + name +
+                            " is a support operation of the command list that this "
+                            "library does not build yet\n");
+}
+
+TEST_F(ShellCalls, ThreadBodyIsRefused)
 {
     Call call;
     EXPECT_EQ(once("CLI_ParkLedFlashThread", {}, call), 2);
-    EXPECT_TRUE(call.journal.empty());
-    EXPECT_EQ(call.err,
-              "clidriver: CLI_ParkLedFlashThread is a support operation of the command list that this "
-              "library does not build yet\n");
+    EXPECT_TRUE(call.journal.empty()) << "the thread body never runs on the shell's thread";
+    EXPECT_NE(
+        call.err.find("CLI_ParkLedFlashThread is a thread body (void *(void *)) that the library starts on a "
+                      "thread of its own"),
+        std::string::npos)
+        << call.err;
 }
 
 TEST_F(ShellCalls, TimingLineFollowsTheStatus)

@@ -83,6 +83,31 @@ void read_platform(const Section &platform, Scenario &scenario)
     }
 }
 
+// The control board's answers. Each may instead be scripted under [platform.OPERATION], but not
+// both ways at once.
+void read_control_board(const Section &board, Scenario &scenario)
+{
+    board.only({"board_type", "version"});
+    const auto scripted = [&](const char *operation) {
+        const auto found = scenario.platform.find(operation);
+        return found != scenario.platform.end() && !found->second.out.empty();
+    };
+    if (auto type = board.integer_in("board_type", 0, 0xFFFFFFFF)) {
+        if (scripted("DRV_SIBBoardTypeGet"))
+            board.fail("board_type",
+                       "the board type is also written by [platform.DRV_SIBBoardTypeGet]; give it once");
+        scenario.control_board.board_type = static_cast<uint32_t>(*type);
+    }
+    if (auto version = board.string("version")) {
+        if (version->size() > BoardModel::kVersionAreaSize)
+            board.fail("version", "expected at most 8 characters: the board's version area holds 8 bytes");
+        if (scripted("DRV_SIBVersionGet"))
+            board.fail("version",
+                       "the version text is also written by [platform.DRV_SIBVersionGet]; give it once");
+        scenario.control_board.version = *version;
+    }
+}
+
 void read_files(const Section &files, Scenario &scenario)
 {
     each_string_or_table(
@@ -307,11 +332,14 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
     Scenario scenario;
     scenario.source = source_name;
     const Section top(root, "", source_name, base_dir);
-    top.only({"camera", "startup", "platform", "files", "commands", "devices", "ports", "wifi", "threads"});
+    top.only({"camera", "startup", "platform", "control_board", "files", "commands", "devices", "ports",
+              "wifi", "threads"});
     if (auto camera = top.table("camera"))
         read_camera(*camera, scenario);
     if (auto platform = top.table("platform"))
         read_platform(*platform, scenario);
+    if (auto board = top.table("control_board"))
+        read_control_board(*board, scenario);
     if (auto files = top.table("files"))
         read_files(*files, scenario);
     if (auto commands = top.table("commands"))

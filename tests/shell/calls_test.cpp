@@ -191,6 +191,24 @@ TEST_F(ShellCalls, ThreadBodyIsRefused)
         << call.err;
 }
 
+// The operator's --trace shows what the parking lamps and the control board do, beside the calls.
+TEST_F(ShellCalls, TraceShowsTheLampsTheCommandsLit)
+{
+    shell::Shell shell = make_shell();
+    shell::simulated::trace_to(stdout);
+    const Call lamp = run([&] { shell.run_once("CLi_ParkLedCtrlSingle", {"2", "1"}); });
+    const Call board = run([&] { shell.run_once("CLI_ParkLampLedCtrl", {"1"}); });
+    sim::journal().set_listener(nullptr);
+    EXPECT_EQ(lamp.out, "~ 0.000000 s platform: DRV_SetParkLed({2, 3, 1, 0, 255}) -> 0\n"
+                        "~ 0.000000 s note: parking lamps lit: 3\n"
+                        "=> 0\n");
+    EXPECT_EQ(board.out, "~ 0.000000 s platform: DRV_OpenSIB({4294967295}) -> 0\n"
+                         "~ 0.000000 s note: control board: link open\n"
+                         "~ 0.000000 s platform: DRV_SIBCliWaterLampTest(7, 500) -> 0\n"
+                         "~ 0.000000 s note: control board: running lights on group 7 every 500 ms\n"
+                         "=> 0\n");
+}
+
 TEST_F(ShellCalls, TimingLineFollowsTheStatus)
 {
     Call call;

@@ -34,9 +34,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const size_t capacity = 3 + data[0] % 6;
     const std::string area(reinterpret_cast<const char *>(data + 1), size - 1);
 
-    // Exactly the area's bytes on the heap, so reading past them is caught.
-    char *version = static_cast<char *>(malloc(area.size() + 1));
-    memcpy(version, area.data(), area.size());
+    // Exactly the area's bytes on the heap, so reading one byte past them is caught.
+    char *version = static_cast<char *>(malloc(area.size()));
+    if (version == nullptr && !area.empty())
+        abort();
+    if (!area.empty())
+        memcpy(version, area.data(), area.size());
 
     char pcb[kSibVersionSize + kGuard];
     char mcu[kSibVersionSize + kGuard];
@@ -52,21 +55,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (memchr(pcb, '\0', capacity) == nullptr || memchr(mcu, '\0', capacity) == nullptr)
         broken("an area is left without a terminator", area);
 
+    free(version);
+
     // The reference: the same scans by the C library, on a terminated copy (the text ends at its
     // first zero byte either way).
-    version[area.size()] = '\0';
+    const char *terminated = area.c_str();
     char pcb_format[32];
     char mcu_format[32];
     snprintf(pcb_format, sizeof pcb_format, "%%*[^A-Z]%%%zus", capacity - 1);
     snprintf(mcu_format, sizeof mcu_format, "%%%zu[^.].%%%zu[^A-Z]", capacity - 1, capacity - 2);
     char pcb_reference[kSibVersionSize] = {};
     char mcu_reference[kSibVersionSize] = {};
-    (void)sscanf(version, pcb_format, pcb_reference);
-    (void)sscanf(version, mcu_format, mcu_reference, mcu_reference + 1);
+    (void)sscanf(terminated, pcb_format, pcb_reference);
+    (void)sscanf(terminated, mcu_format, mcu_reference, mcu_reference + 1);
     if (memcmp(pcb, pcb_reference, capacity) != 0)
         broken("the PCB text differs from the C library's scan", area);
     if (memcmp(mcu, mcu_reference, capacity) != 0)
         broken("the MCU text differs from the C library's scan", area);
-    free(version);
     return 0;
 }

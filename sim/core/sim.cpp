@@ -1,10 +1,14 @@
 #include "core/sim.h"
 
 #include <atomic>
+#include <cstring>
+#include <vector>
 
 #include "core/clock.h"
 #include "core/descriptors.h"
 #include "core/journal.h"
+#include "platform/board_model.h"
+#include "platform/platform.h"
 #include "scenario/scenario.h"
 
 namespace sim
@@ -12,7 +16,27 @@ namespace sim
 namespace
 {
 std::atomic<bool> g_active{false};
+
+// The control board's answers: its type and version text through the platform's scripts, so they
+// answer as any scripted operation does, and the board model that watches them.
+void apply_control_board(const ControlBoardScript &board)
+{
+    board_model().reset(board);
+    if (board.board_type) {
+        const uint32_t type = *board.board_type;
+        std::vector<uint8_t> &out = platform().script("DRV_SIBBoardTypeGet").out;
+        out.resize(sizeof type);
+        memcpy(out.data(), &type, sizeof type);
+    }
+    if (board.version) {
+        // A text as long as the area fills it without a terminator, as such a board does.
+        std::vector<uint8_t> out(board.version->begin(), board.version->end());
+        if (out.size() < BoardModel::kVersionAreaSize)
+            out.push_back(0);
+        platform().script("DRV_SIBVersionGet").out = out;
+    }
 }
+} // namespace
 
 bool active()
 {
@@ -46,6 +70,7 @@ void start(const Scenario &scenario)
         platform().script("drv_GetManuparseProductType").result = scenario.product_type;
     if (scenario.alarm_count)
         platform().alarm_count() = *scenario.alarm_count;
+    apply_control_board(scenario.control_board);
     wireless().script() = scenario.wireless;
     capture().script() = scenario.capture;
     threads().script() = scenario.threads;

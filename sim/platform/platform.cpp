@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "core/journal.h"
+#include "platform/board_model.h"
 
 namespace sim
 {
@@ -122,6 +123,8 @@ template <typename R, typename... A> R call_platform(const char *name, A... args
     ((text += (first ? "" : ", ") + show(args, sizeof(std::remove_pointer_t<A>)), first = false), ...);
     entry.text = text + ") -> " + std::to_string(result);
     journal().add(entry);
+    // The parking lamps and the control board keep what the accepted requests left them showing.
+    board_model().observe(call, result);
 
     if constexpr (std::is_same_v<R, CliAlarmCount *>) {
         return &platform().alarm_count();

@@ -14,6 +14,7 @@
 #include "devices/files.h"
 #include "devices/serial.h"
 #include "devices/wireless.h"
+#include "platform/board_model.h"
 #include "platform/platform.h"
 
 namespace sim
@@ -35,6 +36,7 @@ struct Scenario {
     int64_t boot_epoch = kDefaultBootEpochSeconds;
     std::map<std::string, OpScript> platform;
     std::optional<CliAlarmCount> alarm_count;
+    ControlBoardScript control_board; // the board type and version text the control board reports
     std::map<std::string, DeviceScript> devices;
     std::map<std::string, FileScript> files;
     std::map<std::string, CommandScript> commands;

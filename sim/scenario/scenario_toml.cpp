@@ -12,9 +12,9 @@
 #include "peripherals/box_toml.h"
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
-#include "peripherals/rfid_toml.h"
 #include "peripherals/ir_lamp_toml.h"
 #include "peripherals/light_sensor_toml.h"
+#include "peripherals/rfid_toml.h"
 #include "peripherals/scripted_peer_toml.h"
 #include "peripherals/zigbee_toml.h"
 #include "scenario/scenario.h"
@@ -36,7 +36,7 @@ std::vector<uint8_t> words_to_bytes(const std::vector<int64_t> &words)
 }
 
 // Ranges of the numbers a scenario hands the library: 32-bit words, descriptors' results, exit codes.
-constexpr int64_t kWordLowest = INT32_MIN;  // a word may be written signed ...
+constexpr int64_t kWordLowest = INT32_MIN;   // a word may be written signed ...
 constexpr int64_t kWordHighest = UINT32_MAX; // ... or unsigned
 constexpr int64_t kUnsignedHighest = UINT32_MAX;
 constexpr int64_t kLargestRecord = 65536; // bytes behind a request's pointer
@@ -129,7 +129,8 @@ void read_platform(const Section &platform, Scenario &scenario)
             op->only({"inputs", "outputs"});
             CliAlarmCount count{};
             count.ulInputs = static_cast<uint32_t>(op->integer_in("inputs", 0, kUnsignedHighest).value_or(0));
-            count.ulOutputs = static_cast<uint32_t>(op->integer_in("outputs", 0, kUnsignedHighest).value_or(0));
+            count.ulOutputs =
+                static_cast<uint32_t>(op->integer_in("outputs", 0, kUnsignedHighest).value_or(0));
             scenario.alarm_count = count;
             continue;
         }
@@ -148,6 +149,31 @@ void read_platform(const Section &platform, Scenario &scenario)
         if (auto bytes = op->bytes("bytes"))
             script.out = *bytes;
         scenario.platform[name] = script;
+    }
+}
+
+// The control board's answers. Each may instead be scripted under [platform.OPERATION], but not
+// both ways at once.
+void read_control_board(const Section &board, Scenario &scenario)
+{
+    board.only({"board_type", "version"});
+    const auto scripted = [&](const char *operation) {
+        const auto found = scenario.platform.find(operation);
+        return found != scenario.platform.end() && !found->second.out.empty();
+    };
+    if (auto type = board.integer_in("board_type", 0, 0xFFFFFFFF)) {
+        if (scripted("DRV_SIBBoardTypeGet"))
+            board.fail("board_type",
+                       "the board type is also written by [platform.DRV_SIBBoardTypeGet]; give it once");
+        scenario.control_board.board_type = static_cast<uint32_t>(*type);
+    }
+    if (auto version = board.string("version")) {
+        if (version->size() > BoardModel::kVersionAreaSize)
+            board.fail("version", "expected at most 8 characters: the board's version area holds 8 bytes");
+        if (scripted("DRV_SIBVersionGet"))
+            board.fail("version",
+                       "the version text is also written by [platform.DRV_SIBVersionGet]; give it once");
+        scenario.control_board.version = *version;
     }
 }
 
@@ -410,8 +436,8 @@ void merge_into(toml::table &into, toml::table &&from)
             merge_into(*existing->as_table(), std::move(*value.as_table()));
             continue;
         }
-        if (existing != nullptr && existing->is_array() && value.is_array() && numbered(*existing->as_array()) &&
-            numbered(*value.as_array())) {
+        if (existing != nullptr && existing->is_array() && value.is_array() &&
+            numbered(*existing->as_array()) && numbered(*value.as_array())) {
             toml::array &requests = *existing->as_array();
             for (toml::node &request : *value.as_array()) {
                 const auto number = request.as_table()->get("number")->value<int64_t>();
@@ -462,11 +488,14 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
     Scenario scenario;
     scenario.source = source_name;
     const Section top(root, "", source_name, base_dir);
-    top.only({"base", "camera", "startup", "platform", "files", "commands", "devices", "ports", "wifi", "threads"});
+    top.only({"base", "camera", "startup", "platform", "control_board", "files", "commands", "devices",
+              "ports", "wifi", "threads"});
     if (auto camera = top.table("camera"))
         read_camera(*camera, scenario);
     if (auto platform = top.table("platform"))
         read_platform(*platform, scenario);
+    if (auto board = top.table("control_board"))
+        read_control_board(*board, scenario);
     if (auto files = top.table("files"))
         read_files(*files, scenario);
     if (auto commands = top.table("commands"))

@@ -485,6 +485,37 @@ TEST_F(ScenarioFiles, ThreadsSection)
     EXPECT_EQ(plain.threads.err, EAGAIN);
 }
 
+TEST_F(ScenarioFiles, ControlBoardSection)
+{
+    const sim::Scenario plain = parse("");
+    EXPECT_FALSE(plain.control_board.board_type.has_value());
+    EXPECT_FALSE(plain.control_board.version.has_value());
+
+    const sim::Scenario read = parse("[control_board]\nboard_type = 4294967295\nversion = \"2.10B\"\n");
+    EXPECT_EQ(read.control_board.board_type, std::optional<uint32_t>(0xFFFFFFFF));
+    EXPECT_EQ(read.control_board.version, std::optional<std::string>("2.10B"));
+
+    // Its answers reach the board's operations once the camera starts; a result scripted for the
+    // same operation still applies.
+    scenario() = parse("[control_board]\nboard_type = 12\nversion = \"1.3A\"\n"
+                       "[platform.DRV_SIBVersionGet]\nresult = 1\n");
+    restart();
+    uint32_t type = 0;
+    EXPECT_EQ(DRV_SIBBoardTypeGet(&type), 0);
+    EXPECT_EQ(type, 12u);
+    CliSibVersion version = {};
+    EXPECT_EQ(DRV_SIBVersionGet(&version), 1);
+    EXPECT_EQ(std::string(version.acText), "1.3A");
+    EXPECT_EQ(sim::board_model().reports().board_type, std::optional<uint32_t>(12));
+
+    // A text of eight characters fills the area: no terminator is written.
+    scenario() = parse("[control_board]\nversion = \"12345.67\"\n");
+    restart();
+    memset(&version, 0x7F, sizeof version);
+    EXPECT_EQ(DRV_SIBVersionGet(&version), 0);
+    EXPECT_EQ(std::string(version.acText, sizeof version.acText), "12345.67");
+}
+
 TEST_F(ScenarioFiles, StartupSection)
 {
     const sim::Scenario plain = parse("");
@@ -666,7 +697,8 @@ struct Mistake {
 
 const Mistake kMistakes[] = {
     {"unknown top-level key", "[camera]\nname = \"x\"\n\n[cameras]\nname = \"y\"\n",
-     "bad.toml:4: cameras: unknown key (expected one of: base, camera, startup, platform, files, commands, "
+     "bad.toml:4: cameras: unknown key (expected one of: base, camera, startup, platform, control_board, "
+     "files, commands, "
      "devices, ports, "
      "wifi, threads)"},
     {"top-level key that is not a table", "camera = 3\n", "bad.toml:1: camera: expected a table"},
@@ -792,6 +824,22 @@ const Mistake kMistakes[] = {
      "bad.toml:2: startup.serial_ports: expected true or false"},
     {"unknown key in threads", "[threads]\nfail = 1\n",
      "bad.toml:2: threads.fail: unknown key (expected one of: fail_next, errno)"},
+    {"unknown key in control_board", "[control_board]\ntype = 3\n",
+     "bad.toml:2: control_board.type: unknown key (expected one of: board_type, version)"},
+    {"control board version longer than its area", "[control_board]\nversion = \"1.3ABCDEF\"\n",
+     "bad.toml:2: control_board.version: expected at most 8 characters: the board's version area holds 8 "
+     "bytes"},
+    {"negative board type", "[control_board]\nboard_type = -1\n",
+     "bad.toml:2: control_board.board_type: expected 0..4294967295"},
+    {"board type given twice",
+     "[platform.DRV_SIBBoardTypeGet]\nwords = [3]\n[control_board]\nboard_type = 4\n",
+     "bad.toml:4: control_board.board_type: the board type is also written by "
+     "[platform.DRV_SIBBoardTypeGet]; "
+     "give it once"},
+    {"version given twice",
+     "[control_board]\nversion = \"1.3A\"\n[platform.DRV_SIBVersionGet]\ntext = \"2.0B\"\n",
+     "bad.toml:2: control_board.version: the version text is also written by [platform.DRV_SIBVersionGet]; "
+     "give it once"},
 };
 
 std::string with_dir(std::string text, const std::string &dir)

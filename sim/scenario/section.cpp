@@ -182,7 +182,8 @@ std::optional<int64_t> Section::integer_in(std::string_view key, int64_t low, in
     return value;
 }
 
-std::optional<std::vector<int64_t>> Section::integers_in(std::string_view key, int64_t low, int64_t high) const
+std::optional<std::vector<int64_t>> Section::integers_in(std::string_view key, int64_t low,
+                                                         int64_t high) const
 {
     const auto values = integers(key);
     if (values)

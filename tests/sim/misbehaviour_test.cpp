@@ -339,16 +339,11 @@ TEST_P(SharedKeys, BadChecksumAndOversizeOnlyWhereThePeerHasAHook)
 }
 
 INSTANTIATE_TEST_SUITE_P(Peers, SharedKeys,
-                         // clang-format off: one peer a line
-                         ::testing::Values(PeerKind{"script", false, false},
-                                           PeerKind{"gps", true, false},
-                                           PeerKind{"hub", true, true},
-                                           PeerKind{"box", true, true},
-                                           PeerKind{"rfid", true, true},
-                                           PeerKind{"zigbee", true, true},
+                         ::testing::Values(PeerKind{"script", false, false}, PeerKind{"gps", true, false},
+                                           PeerKind{"hub", true, true}, PeerKind{"box", true, true},
+                                           PeerKind{"rfid", true, true}, PeerKind{"zigbee", true, true},
                                            PeerKind{"ir_lamp", false, false},
                                            PeerKind{"light_sensor", true, false}),
-                         // clang-format on
                          [](const auto &info) { return std::string(info.param.name); });
 
 class SharedKeyMistakes : public ::testing::TestWithParam<clitest::ScenarioMistake>

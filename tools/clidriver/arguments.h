@@ -122,7 +122,10 @@ struct EditableText : OneWord {
         lines.push_back("  " + param.name + " = " + escape_text(text()));
     }
     static void describe(const Param &param, Specs &specs) { specs.push_back({param.name, Kind::Text}); }
-    void measure(const Param &param, Measurements &out) const { add_measured(out, param.name, Kind::Text, text()); }
+    void measure(const Param &param, Measurements &out) const
+    {
+        add_measured(out, param.name, Kind::Text, text());
+    }
     std::string text() const { return std::string(buffer.data(), strnlen(buffer.data(), buffer.size())); }
 };
 

@@ -75,9 +75,11 @@ std::optional<double> as_number(const std::string &text)
 }
 
 const std::pair<std::string_view, Limit::Op> kOperators[] = {
-    {"=", Limit::Op::Equal},        {"==", Limit::Op::Equal},           {"!=", Limit::Op::NotEqual},
-    {"<", Limit::Op::Less},         {"<=", Limit::Op::LessOrEqual},     {">", Limit::Op::Greater},
-    {">=", Limit::Op::GreaterOrEqual}, {"in", Limit::Op::Range},        {"~", Limit::Op::Pattern},
+    {"=", Limit::Op::Equal},           {"==", Limit::Op::Equal},
+    {"!=", Limit::Op::NotEqual},       {"<", Limit::Op::Less},
+    {"<=", Limit::Op::LessOrEqual},    {">", Limit::Op::Greater},
+    {">=", Limit::Op::GreaterOrEqual}, {"in", Limit::Op::Range},
+    {"~", Limit::Op::Pattern},
 };
 
 std::string names_of(const std::vector<MeasurementSpec> &measured)
@@ -149,7 +151,8 @@ std::string read_limit(const std::vector<Token> &clause, const std::vector<Measu
 std::string read_option(const std::vector<Token> &clause, StepOptions &options)
 {
     if (clause.size() != 2 && !(clause.size() == 3 && clause[0].text == "timeout" && clause[2].text == "s"))
-        return clause[0].text == "retry" ? "retry takes a count: retry 2" : "timeout takes seconds: timeout 40";
+        return clause[0].text == "retry" ? "retry takes a count: retry 2"
+                                         : "timeout takes seconds: timeout 40";
     if (clause[0].text == "retry") {
         int64_t count = 0;
         if (std::string error = parse_integer(clause[1].text, 0, 100, "a retry count", count); !error.empty())
@@ -175,7 +178,8 @@ std::string parse_checks(std::string_view text, const std::vector<MeasurementSpe
     if (tokens.empty())
         return {};
     if (!tokens.front().comma)
-        return "write a comma between the expected status and what follows: => 0, " + tokens.front().text + " ...";
+        return "write a comma between the expected status and what follows: => 0, " + tokens.front().text +
+               " ...";
     std::vector<std::vector<Token>> clauses(1);
     for (size_t i = 1; i < tokens.size(); ++i) {
         if (tokens[i].comma)
@@ -215,7 +219,9 @@ bool within(const Limit &limit, const Measurement &measurement, std::string &why
         return false;
     }
     const double value = numeric ? *measurement.number : 0;
-    const auto equal = [&](size_t i) { return numeric ? value == limit.numbers[i] : measurement.text == limit.values[i]; };
+    const auto equal = [&](size_t i) {
+        return numeric ? value == limit.numbers[i] : measurement.text == limit.values[i];
+    };
     switch (limit.op) {
     case Limit::Op::Equal:
         return equal(0);

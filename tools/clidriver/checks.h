@@ -27,9 +27,9 @@ namespace shell
 
 struct Limit {
     enum class Op { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual, Range, Set, Pattern };
-    std::string name;    // the measurement
+    std::string name; // the measurement
     Op op = Op::Equal;
-    std::string written; // the limit as the script writes it, without the name: ">= 4"
+    std::string written;             // the limit as the script writes it, without the name: ">= 4"
     std::vector<std::string> values; // the value, the range's two ends, or the set's members
     std::vector<double> numbers;     // the same as numbers, where the measurement is one
     std::regex pattern;

@@ -69,7 +69,8 @@ std::pair<Entry, Entry> command_entries(std::string_view family, const std::stri
             entry.status_from_default = true;
         }
     }
-    Entry default_entry = make_entry(family, "__" + name, Origin::Default, default_returns, params, bind(fallback));
+    Entry default_entry =
+        make_entry(family, "__" + name, Origin::Default, default_returns, params, bind(fallback));
     default_entry.standard_default = standard_body;
     return {std::move(entry), std::move(default_entry)};
 }

@@ -58,7 +58,8 @@ int main(int argc, char **argv)
         ->type_name("FILE");
     app.add_option("--json", station.json, "With a script: write a JSON report to this file")
         ->type_name("FILE");
-    app.add_option("--dut", station.dut, "With a script: the serial number of the unit under test, for the reports")
+    app.add_option("--dut", station.dut,
+                   "With a script: the serial number of the unit under test, for the reports")
         ->type_name("SERIAL");
     app.add_option("--station", station.station, "With a script: the station's name, for the reports")
         ->type_name("NAME");
@@ -117,9 +118,10 @@ int main(int argc, char **argv)
     // A script saved without the .cli suffix would otherwise be taken for an unknown command.
     if (!command.empty() && shell::find_command(command.front()) == nullptr && command.front() != "help" &&
         command.front() != "list" && is_file(command.front())) {
-        fprintf(stderr,
-                "clidriver: %s is a file, not a command; to run it as a station script: clidriver --script %s\n",
-                command.front().c_str(), command.front().c_str());
+        fprintf(
+            stderr,
+            "clidriver: %s is a file, not a command; to run it as a station script: clidriver --script %s\n",
+            command.front().c_str(), command.front().c_str());
         return 2;
     }
 

@@ -23,8 +23,8 @@ struct RunInfo {
     std::string station;       // --station
     std::string operator_name; // --operator
     std::string hostname;
-    std::string scenario;      // the simulated camera's file (empty on a camera)
-    std::string camera;        // the simulated camera's name
+    std::string scenario;                 // the simulated camera's file (empty on a camera)
+    std::string camera;                   // the simulated camera's name
     std::optional<uint32_t> product_type; // as the platform reports it
     std::string software_version;         // as the camera reports it
     std::string shell_version;

@@ -85,7 +85,8 @@ void identify_unit(Shell &shell, RunInfo &info)
     using ProductType = uint32_t (*)();
     if (auto product_type = reinterpret_cast<ProductType>(dlsym(RTLD_DEFAULT, "drv_GetManuparseProductType")))
         info.product_type = product_type();
-    if (const Entry *report = find_command("COM_Display_SoftVER"); report != nullptr && report->callable_here()) {
+    if (const Entry *report = find_command("COM_Display_SoftVER");
+        report != nullptr && report->callable_here()) {
         std::string error;
         const auto call = report->callable->prepare(report->params, {}, error);
         const Captured printed = capture_output([&] {
@@ -137,7 +138,8 @@ void ended_the_process(int status, void *)
     outcome.attempts = std::max(outcome.attempts, 1);
     outcome.end_ms = wall_clock_ms();
     outcome.simulated_end_ns = station.shell->simulated_now();
-    outcome.verdict = Verdict{Outcome::Error, "the command ended the process (exit status " + std::to_string(status) + ")", {}};
+    outcome.verdict = Verdict{
+        Outcome::Error, "the command ended the process (exit status " + std::to_string(status) + ")", {}};
     print_verdict(station.shell->out(), outcome.verdict);
     run.current.reset();
     run.end_ms = outcome.end_ms;
@@ -191,8 +193,8 @@ int run_station(Shell &shell, const StationOptions &options)
 
     fprintf(shell.out(), "Station run of %s\n", options.script.c_str());
     if (!options.camera.empty() || !options.scenario.empty())
-        fprintf(shell.out(), "  camera: %s (%s)\n", options.camera.empty() ? "unnamed" : options.camera.c_str(),
-                options.scenario.c_str());
+        fprintf(shell.out(), "  camera: %s (%s)\n",
+                options.camera.empty() ? "unnamed" : options.camera.c_str(), options.scenario.c_str());
     fprintf(shell.out(), "  unit: %s, product type %s, software %s\n",
             options.dut.empty() ? "no serial number given (--dut)" : options.dut.c_str(),
             info.product_type ? std::to_string(*info.product_type).c_str() : "unknown",

@@ -23,22 +23,22 @@ namespace
 {
 
 using clitest::Bytes;
-using clitest::FrameSpec;
+using clitest::FrameShape;
 
 // The driver's frame as the 128-byte snap length keeps it.
-Bytes captured(const FrameSpec &spec)
+Bytes captured(const FrameShape &shape)
 {
-    Bytes frame = clitest::make_frame(spec);
+    Bytes frame = clitest::make_frame(shape);
     if (frame.size() > 128)
         frame.resize(128);
     return frame;
 }
 
-FrameSpec probe_spec()
+FrameShape probe_shape()
 {
-    FrameSpec spec;
-    spec.on_air = 140; // a probe request with a few information elements
-    return spec;
+    FrameShape shape;
+    shape.on_air = 140; // a probe request with a few information elements
+    return shape;
 }
 
 // Frames this benchmark's pcap_dispatch hands to the library, each with its length on the air.
@@ -64,50 +64,50 @@ class QuietStdout
     FILE *null_;
 };
 
-void take(benchmark::State &state, const FrameSpec &spec)
+void take(benchmark::State &state, const FrameShape &shape)
 {
-    const Bytes frame = captured(spec);
+    const Bytes frame = captured(shape);
     probe_record record;
     uint32_t subtype = 0;
     for (auto _ : state) {
         benchmark::DoNotOptimize(cli_probe_take(frame.data(), static_cast<uint32_t>(frame.size()),
-                                                spec.on_air, &record, &subtype));
+                                                shape.on_air, &record, &subtype));
         benchmark::ClobberMemory();
     }
 }
 
 void BM_ProbeTakeProbeRequest(benchmark::State &state)
 {
-    take(state, probe_spec());
+    take(state, probe_shape());
 }
 BENCHMARK(BM_ProbeTakeProbeRequest);
 
 void BM_ProbeTakeBeacon(benchmark::State &state)
 {
-    FrameSpec spec = probe_spec();
-    spec.fc = clitest::kFcBeacon;
-    take(state, spec);
+    FrameShape shape = probe_shape();
+    shape.fc = clitest::kFcBeacon;
+    take(state, shape);
 }
 BENCHMARK(BM_ProbeTakeBeacon);
 
 void BM_ProbeTakeOutOfBounds(benchmark::State &state)
 {
-    FrameSpec spec = probe_spec();
-    spec.on_air = 400;
-    take(state, spec);
+    FrameShape shape = probe_shape();
+    shape.on_air = 400;
+    take(state, shape);
 }
 BENCHMARK(BM_ProbeTakeOutOfBounds);
 
 void BM_ProbeCollectWholeArea(benchmark::State &state)
 {
-    const FrameSpec spec = probe_spec();
-    const Bytes frame = captured(spec);
+    const FrameShape shape = probe_shape();
+    const Bytes frame = captured(shape);
     ulink_collector collector;
     uint32_t subtype = 0;
     for (auto _ : state) {
         cli_probe_collector_start(&collector, nullptr, 17);
         for (int i = 0; i < 17; ++i)
-            cli_probe_collect(&collector, frame.data(), static_cast<uint32_t>(frame.size()), spec.on_air,
+            cli_probe_collect(&collector, frame.data(), static_cast<uint32_t>(frame.size()), shape.on_air,
                               &subtype);
         benchmark::DoNotOptimize(collector.ulByteCount);
         benchmark::ClobberMemory();
@@ -118,9 +118,9 @@ BENCHMARK(BM_ProbeCollectWholeArea);
 void BM_UlinkRecvThreeFrames(benchmark::State &state)
 {
     const QuietStdout quiet;
-    FrameSpec beacon = probe_spec();
+    FrameShape beacon = probe_shape();
     beacon.fc = clitest::kFcBeacon;
-    g_batch = {{captured(probe_spec()), 140}, {captured(beacon), 140}, {captured(probe_spec()), 140}};
+    g_batch = {{captured(probe_shape()), 140}, {captured(beacon), 140}, {captured(probe_shape()), 140}};
     int handle = 0;
     ulink_capture capture{};
     capture.pstHandle = reinterpret_cast<pcap_t *>(&handle);

@@ -16,16 +16,16 @@ namespace
 {
 
 // Limits are checked against what CLI_GetGpsSatellite and CLI_GetGpsCoor measure, plus a text.
-const std::vector<shell::MeasurementSpec> &measured()
+const std::vector<shell::Quantity> &measured()
 {
-    static const std::vector<shell::MeasurementSpec> specs = [] {
-        std::vector<shell::MeasurementSpec> all = shell::readings_of("CLI_GetGpsCoor");
-        for (const shell::MeasurementSpec &spec : shell::readings_of("CLI_GetGpsSatellite"))
-            all.push_back(spec);
+    static const std::vector<shell::Quantity> quantities = [] {
+        std::vector<shell::Quantity> all = shell::readings_of("CLI_GetGpsCoor");
+        for (const shell::Quantity &quantity : shell::readings_of("CLI_GetGpsSatellite"))
+            all.push_back(quantity);
         all.push_back({"chip", shell::Kind::Text, "", false});
         return all;
     }();
-    return specs;
+    return quantities;
 }
 
 // The commands whose result lines carry readings of every shape: text, real, integer, lists,
@@ -47,15 +47,15 @@ void limits(std::string_view text)
         abort();
     for (const shell::Limit &limit : options.limits) {
         bool known = false;
-        for (const shell::MeasurementSpec &spec : measured())
-            known = known || spec.name == limit.name;
+        for (const shell::Quantity &quantity : measured())
+            known = known || quantity.name == limit.name;
         if (!known)
             abort();
-        for (const shell::MeasurementSpec &spec : measured()) {
-            if (spec.name != limit.name)
+        for (const shell::Quantity &quantity : measured()) {
+            if (quantity.name != limit.name)
                 continue;
             for (const char *value : {"10", "-44.5", "HI3516A", ""}) {
-                shell::Measurement measurement{spec};
+                shell::Measurement measurement{quantity};
                 shell::set_value(measurement, value);
                 std::string why;
                 if (!shell::within(limit, measurement, why) && why.empty())
@@ -72,7 +72,7 @@ void readings(std::string_view out)
             if (!reading.present)
                 continue;
             for (const std::string &item :
-                 reading.spec.list ? reading.items : std::vector<std::string>{reading.text})
+                 reading.quantity.list ? reading.items : std::vector<std::string>{reading.text})
                 if (out.find(item) == std::string_view::npos)
                     abort(); // a reading is always text the command printed
         }

@@ -11,10 +11,10 @@ namespace
 using shell::Kind;
 using shell::Limit;
 using shell::Measurement;
-using shell::MeasurementSpec;
+using shell::Quantity;
 using shell::StepOptions;
 
-const std::vector<MeasurementSpec> kMeasured = {
+const std::vector<Quantity> kMeasured = {
     {"satellites_in_use", Kind::Integer, "", false},
     {"latitude", Kind::Real, "", false},
     {"chip", Kind::Text, "", false},
@@ -23,13 +23,13 @@ const std::vector<MeasurementSpec> kMeasured = {
 
 Measurement measured(const std::string &name, const std::string &text)
 {
-    for (const MeasurementSpec &spec : kMeasured)
-        if (spec.name == name) {
-            Measurement measurement{spec};
+    for (const Quantity &quantity : kMeasured)
+        if (quantity.name == name) {
+            Measurement measurement{quantity};
             shell::set_value(measurement, text);
             return measurement;
         }
-    ADD_FAILURE() << "no spec " << name;
+    ADD_FAILURE() << "no quantity " << name;
     return {};
 }
 
@@ -163,16 +163,16 @@ TEST(Readings, APositionFromTheTwoLinesTheAnalyserPrints)
     const auto readings = shell::take_readings(
         "CLI_GetGpsCoor", "$GPRMC,202656.000,A,440\r\nLongitude:W 121.188515\r\nLatitude:N 44.041305\r\n");
     ASSERT_EQ(readings.size(), 4u);
-    EXPECT_EQ(readings[0].spec.name, "longitude_hemisphere");
+    EXPECT_EQ(readings[0].quantity.name, "longitude_hemisphere");
     EXPECT_EQ(readings[0].text, "W");
-    EXPECT_EQ(readings[1].spec.name, "longitude");
+    EXPECT_EQ(readings[1].quantity.name, "longitude");
     ASSERT_TRUE(readings[1].number.has_value());
     EXPECT_DOUBLE_EQ(*readings[1].number, 121.188515);
-    EXPECT_EQ(readings[3].spec.name, "latitude");
-    EXPECT_EQ(readings[3].spec.kind, Kind::Real);
+    EXPECT_EQ(readings[3].quantity.name, "latitude");
+    EXPECT_EQ(readings[3].quantity.kind, Kind::Real);
     EXPECT_EQ(readings[3].text, "44.041305");
     for (const Measurement &reading : readings)
-        EXPECT_TRUE(reading.present) << reading.spec.name;
+        EXPECT_TRUE(reading.present) << reading.quantity.name;
 }
 
 TEST(Readings, ALineThatDoesNotMatchWholeIsNoReading)
@@ -192,12 +192,12 @@ TEST(Readings, ListsAndUnits)
 {
     const auto tags = shell::take_readings("CLI_GetRfidIDInfo", "ID : 0A0B\nID : 0C0D\nTotal Number: 2\n");
     ASSERT_EQ(tags.size(), 2u);
-    EXPECT_TRUE(tags[0].spec.list);
+    EXPECT_TRUE(tags[0].quantity.list);
     EXPECT_EQ(tags[0].items, (std::vector<std::string>{"0A0B", "0C0D"}));
     EXPECT_EQ(tags[1].integer, 2);
     const auto voltage = shell::take_readings("CLI_PhotoSensorVoltage", "photosensor voltage: 1.25V\n");
     ASSERT_EQ(voltage.size(), 1u);
-    EXPECT_EQ(voltage[0].spec.unit, "V");
+    EXPECT_EQ(voltage[0].quantity.unit, "V");
     EXPECT_EQ(shell::show(voltage[0]), "1.25 V");
 }
 

@@ -26,7 +26,7 @@ constexpr uint8_t kFcProbeResponse = 0x50;
 // byte is where the 802.11 header starts for the camera; libpcap's filter uses the whole field),
 // with the TSFT at 8 and the signal at 22 as the driver writes them, and a management frame with
 // frame control `fc` and transmitter `station` at `header_at` (the low byte unless said).
-struct FrameSpec {
+struct FrameShape {
     uint16_t radiotap_field = 26;
     uint32_t on_air = 80;
     uint8_t fc = kFcProbeRequest;
@@ -38,30 +38,30 @@ struct FrameSpec {
     uint8_t fc_for_filter = 0;
 };
 
-inline Bytes make_frame(const FrameSpec &spec)
+inline Bytes make_frame(const FrameShape &shape)
 {
-    Bytes frame(spec.on_air, 0);
+    Bytes frame(shape.on_air, 0);
     auto put = [&](size_t at, uint8_t value) {
         if (at < frame.size())
             frame[at] = value;
     };
-    put(0, 0);                          // radio-tap version
-    put(2, spec.radiotap_field & 0xFF); // length, little-endian
-    put(3, spec.radiotap_field >> 8);
+    put(0, 0);                           // radio-tap version
+    put(2, shape.radiotap_field & 0xFF); // length, little-endian
+    put(3, shape.radiotap_field >> 8);
     put(4, 0x2F); // present: TSFT, flags, rate, channel, signal
     for (int i = 0; i < 8; ++i)
-        put(8 + static_cast<size_t>(i), static_cast<uint8_t>(spec.tsft >> (8 * i)));
-    put(22, static_cast<uint8_t>(spec.signal));
+        put(8 + static_cast<size_t>(i), static_cast<uint8_t>(shape.tsft >> (8 * i)));
+    put(22, static_cast<uint8_t>(shape.signal));
     // The camera reads the 802.11 header at the low byte of the length; libpcap's filter at the
     // whole length. For a header below 256 bytes both are the same place.
     for (size_t at :
-         {static_cast<size_t>(spec.radiotap_field), static_cast<size_t>(spec.radiotap_field & 0xFF)}) {
-        const bool for_filter = at == spec.radiotap_field && spec.radiotap_field > 0xFF;
-        put(at, for_filter && spec.fc_for_filter != 0 ? spec.fc_for_filter : spec.fc);
+         {static_cast<size_t>(shape.radiotap_field), static_cast<size_t>(shape.radiotap_field & 0xFF)}) {
+        const bool for_filter = at == shape.radiotap_field && shape.radiotap_field > 0xFF;
+        put(at, for_filter && shape.fc_for_filter != 0 ? shape.fc_for_filter : shape.fc);
         for (size_t i = 0; i < 6; ++i) {
-            put(at + 4 + i, 0xFF);             // address 1: broadcast
-            put(at + 10 + i, spec.station[i]); // address 2: the station
-            put(at + 16 + i, 0xFF);            // address 3: broadcast
+            put(at + 4 + i, 0xFF);              // address 1: broadcast
+            put(at + 10 + i, shape.station[i]); // address 2: the station
+            put(at + 16 + i, 0xFF);             // address 3: broadcast
         }
     }
     return frame;

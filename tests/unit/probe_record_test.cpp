@@ -14,7 +14,7 @@ namespace
 {
 
 using clitest::Bytes;
-using clitest::FrameSpec;
+using clitest::FrameShape;
 
 // Runs cli_probe_take on exactly `captured` bytes of `frame`, copied into storage of that size so
 // that a read past them is caught by the sanitizers.
@@ -47,13 +47,13 @@ Taken take_whole(const Bytes &frame)
 
 TEST(ProbeRecord, TakesAddressTwoSignalAndTsftAtTheirOffsets)
 {
-    FrameSpec spec;
-    spec.radiotap_field = 26;
-    spec.on_air = 70;
-    spec.station = {0x4C, 0x5E, 0x0C, 0xB0, 0x4F, 0xF7};
-    spec.signal = -61;
-    spec.tsft = 0x0102030405060708ull;
-    const Taken taken = take_whole(clitest::make_frame(spec));
+    FrameShape shape;
+    shape.radiotap_field = 26;
+    shape.on_air = 70;
+    shape.station = {0x4C, 0x5E, 0x0C, 0xB0, 0x4F, 0xF7};
+    shape.signal = -61;
+    shape.tsft = 0x0102030405060708ull;
+    const Taken taken = take_whole(clitest::make_frame(shape));
     ASSERT_EQ(taken.verdict, CLI_PROBE_RECORDED);
     EXPECT_EQ(taken.subtype, 4u);
     const Bytes want = {0x4C, 0x5E, 0x0C, 0xB0, 0x4F, 0xF7, 0xC3, 0x08,
@@ -65,10 +65,10 @@ TEST(ProbeRecord, LengthBoundsAreRadiotapPlus22AndPlus300OnTheAir)
 {
     for (uint16_t rt : {0, 8, 26, 64, 112}) {
         const uint32_t low = rt + 22u, high = rt + 300u;
-        FrameSpec spec;
-        spec.radiotap_field = rt;
-        spec.on_air = high + 1;
-        const Bytes frame = clitest::make_frame(spec);
+        FrameShape shape;
+        shape.radiotap_field = rt;
+        shape.on_air = high + 1;
+        const Bytes frame = clitest::make_frame(shape);
         // Captured: the snap length's 128 bytes at most, and no more than is on the air.
         auto captured = [](uint32_t on_air) { return std::min<size_t>(on_air, 128); };
         if (rt >= 8) { // big enough for the header's address behind a real radio-tap header
@@ -82,10 +82,10 @@ TEST(ProbeRecord, LengthBoundsAreRadiotapPlus22AndPlus300OnTheAir)
 
 TEST(ProbeRecord, TheLengthRuleUsesTheLengthOnTheAirNotTheCapturedOne)
 {
-    FrameSpec spec;
-    spec.radiotap_field = 26;
-    spec.on_air = 400;
-    const Bytes frame = clitest::make_frame(spec);
+    FrameShape shape;
+    shape.radiotap_field = 26;
+    shape.on_air = 400;
+    const Bytes frame = clitest::make_frame(shape);
     // 128 bytes captured of 326 on the air: inside the bounds.
     EXPECT_EQ(take(frame, 128, 326).verdict, CLI_PROBE_RECORDED);
     // 128 bytes captured of 327: out, although what was captured would fit.
@@ -96,33 +96,33 @@ TEST(ProbeRecord, TheLengthRuleUsesTheLengthOnTheAirNotTheCapturedOne)
 
 TEST(ProbeRecord, ABeaconInsideTheBoundsIsAnotherSubtype)
 {
-    FrameSpec spec;
-    spec.fc = clitest::kFcBeacon;
-    const Taken taken = take_whole(clitest::make_frame(spec));
+    FrameShape shape;
+    shape.fc = clitest::kFcBeacon;
+    const Taken taken = take_whole(clitest::make_frame(shape));
     EXPECT_EQ(taken.verdict, CLI_PROBE_SUBTYPE);
     EXPECT_EQ(taken.subtype, 8u);
-    spec.fc = clitest::kFcProbeResponse;
-    EXPECT_EQ(take_whole(clitest::make_frame(spec)).subtype, 5u);
+    shape.fc = clitest::kFcProbeResponse;
+    EXPECT_EQ(take_whole(clitest::make_frame(shape)).subtype, 5u);
 }
 
 TEST(ProbeRecord, AFrameOutsideTheBoundsIsDroppedBeforeItsSubtypeIsLookedAt)
 {
-    FrameSpec spec;
-    spec.fc = clitest::kFcBeacon;
-    spec.radiotap_field = 26;
-    spec.on_air = 47;
-    const Taken taken = take_whole(clitest::make_frame(spec));
+    FrameShape shape;
+    shape.fc = clitest::kFcBeacon;
+    shape.radiotap_field = 26;
+    shape.on_air = 47;
+    const Taken taken = take_whole(clitest::make_frame(shape));
     EXPECT_EQ(taken.verdict, CLI_PROBE_LENGTH);
     EXPECT_EQ(taken.subtype, 0u);
 }
 
 TEST(ProbeRecord, OnlyTheLowByteOfTheRadiotapLengthCounts)
 {
-    FrameSpec spec;
-    spec.radiotap_field = 0x011E; // 286: the camera looks at 30
-    spec.on_air = 300;            // inside 30 + 22 .. 30 + 300
-    spec.station = {0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0x01};
-    const Bytes frame = clitest::make_frame(spec);
+    FrameShape shape;
+    shape.radiotap_field = 0x011E; // 286: the camera looks at 30
+    shape.on_air = 300;            // inside 30 + 22 .. 30 + 300
+    shape.station = {0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0x01};
+    const Bytes frame = clitest::make_frame(shape);
     const Taken taken = take(frame, 128, 300);
     ASSERT_EQ(taken.verdict, CLI_PROBE_RECORDED);
     EXPECT_EQ(Bytes(taken.record.begin(), taken.record.begin() + 6),
@@ -135,7 +135,7 @@ TEST(ProbeRecord, OnlyTheLowByteOfTheRadiotapLengthCounts)
 
 TEST(ProbeRecord, TooShortToHoldTheRadiotapLengthIsDropped)
 {
-    const Bytes frame = clitest::make_frame(FrameSpec{});
+    const Bytes frame = clitest::make_frame(FrameShape{});
     for (size_t captured : {0, 1, 2})
         EXPECT_EQ(take(frame, captured, 80).verdict, CLI_PROBE_SHORT) << captured;
     uint32_t subtype = 0xDEAD;
@@ -145,9 +145,9 @@ TEST(ProbeRecord, TooShortToHoldTheRadiotapLengthIsDropped)
 
 TEST(ProbeRecord, CutBeforeTheFrameControlIsDroppedWithoutASubtype)
 {
-    FrameSpec spec;
-    spec.radiotap_field = 26;
-    const Bytes frame = clitest::make_frame(spec);
+    FrameShape shape;
+    shape.radiotap_field = 26;
+    const Bytes frame = clitest::make_frame(shape);
     const Taken taken = take(frame, 26, 80);
     EXPECT_EQ(taken.verdict, CLI_PROBE_SHORT);
     EXPECT_EQ(taken.subtype, 0u);
@@ -155,9 +155,9 @@ TEST(ProbeRecord, CutBeforeTheFrameControlIsDroppedWithoutASubtype)
 
 TEST(ProbeRecord, CutInsideAddressTwoIsDropped)
 {
-    FrameSpec spec;
-    spec.radiotap_field = 26;
-    const Bytes frame = clitest::make_frame(spec);
+    FrameShape shape;
+    shape.radiotap_field = 26;
+    const Bytes frame = clitest::make_frame(shape);
     for (size_t captured = 27; captured < 42; ++captured) {
         const Taken taken = take(frame, captured, 80);
         EXPECT_EQ(taken.verdict, CLI_PROBE_SHORT) << captured;
@@ -168,9 +168,9 @@ TEST(ProbeRecord, CutInsideAddressTwoIsDropped)
 
 TEST(ProbeRecord, AShortRadiotapHeaderStillNeedsTheSignalAndTsftBytes)
 {
-    FrameSpec spec;
-    spec.radiotap_field = 4; // address 2 at 14..19, but the record also reads 22 and 8..15
-    const Bytes frame = clitest::make_frame(spec);
+    FrameShape shape;
+    shape.radiotap_field = 4; // address 2 at 14..19, but the record also reads 22 and 8..15
+    const Bytes frame = clitest::make_frame(shape);
     EXPECT_EQ(take(frame, 22, 80).verdict, CLI_PROBE_SHORT);
     EXPECT_EQ(take(frame, 23, 80).verdict, CLI_PROBE_RECORDED);
 }
@@ -178,15 +178,15 @@ TEST(ProbeRecord, AShortRadiotapHeaderStillNeedsTheSignalAndTsftBytes)
 TEST(ProbeRecord, ASnapLengthThatCutsALongRadiotapHeaderDropsTheFrame)
 {
     // 120 bytes of radio-tap: the 128 captured bytes hold the frame control but not address 2.
-    FrameSpec spec;
-    spec.radiotap_field = 120;
-    spec.on_air = 200;
-    const Bytes frame = clitest::make_frame(spec);
+    FrameShape shape;
+    shape.radiotap_field = 120;
+    shape.on_air = 200;
+    const Bytes frame = clitest::make_frame(shape);
     EXPECT_EQ(take(frame, 128, 200).verdict, CLI_PROBE_SHORT);
     // 200 bytes of radio-tap: not even the frame control is captured.
-    spec.radiotap_field = 200;
-    spec.on_air = 250;
-    const Taken taken = take(clitest::make_frame(spec), 128, 250);
+    shape.radiotap_field = 200;
+    shape.on_air = 250;
+    const Taken taken = take(clitest::make_frame(shape), 128, 250);
     EXPECT_EQ(taken.verdict, CLI_PROBE_SHORT);
     EXPECT_EQ(taken.subtype, 0u);
 }
@@ -211,18 +211,18 @@ TEST(ProbeCollector, RecordsGoEndToEndInArrivalOrder)
 {
     ulink_collector collector;
     cli_probe_collector_start(&collector, nullptr, 3);
-    FrameSpec first, beacon, second;
+    FrameShape first, beacon, second;
     first.station = {1, 2, 3, 4, 5, 6};
     beacon.fc = clitest::kFcBeacon;
     second.station = {7, 8, 9, 10, 11, 12};
     uint32_t subtype = 0;
     Bytes want;
-    for (const FrameSpec &spec : {first, beacon, second}) {
-        const Bytes frame = clitest::make_frame(spec);
+    for (const FrameShape &shape : {first, beacon, second}) {
+        const Bytes frame = clitest::make_frame(shape);
         const CliProbeVerdict verdict =
             cli_probe_collect(&collector, frame.data(), static_cast<uint32_t>(frame.size()),
                               static_cast<uint32_t>(frame.size()), &subtype);
-        if (spec.fc == clitest::kFcProbeRequest) {
+        if (shape.fc == clitest::kFcProbeRequest) {
             EXPECT_EQ(verdict, CLI_PROBE_RECORDED);
             const Bytes record = clitest::expected_record(frame);
             want.insert(want.end(), record.begin(), record.end());
@@ -241,9 +241,9 @@ TEST(ProbeCollector, TheAreaTakesSeventeenRecordsAndNeverMore)
     cli_probe_collector_start(&collector, nullptr, 40);
     uint32_t subtype = 0;
     for (int i = 0; i < 40; ++i) {
-        FrameSpec spec;
-        spec.station[5] = static_cast<uint8_t>(i);
-        const Bytes frame = clitest::make_frame(spec);
+        FrameShape shape;
+        shape.station[5] = static_cast<uint8_t>(i);
+        const Bytes frame = clitest::make_frame(shape);
         const CliProbeVerdict verdict =
             cli_probe_collect(&collector, frame.data(), static_cast<uint32_t>(frame.size()),
                               static_cast<uint32_t>(frame.size()), &subtype);

@@ -23,13 +23,13 @@ namespace shell
 {
 
 using Lines = std::vector<std::string>;
-using Specs = std::vector<MeasurementSpec>;
+using Quantities = std::vector<Quantity>;
 using Measurements = std::vector<Measurement>;
 
 // A value the shell lent and the command filled, as a measurement named after the parameter.
 inline void add_measured(Measurements &out, std::string name, Kind kind, const std::string &text)
 {
-    Measurement measurement{MeasurementSpec{std::move(name), kind}};
+    Measurement measurement{Quantity{std::move(name), kind}};
     set_value(measurement, text);
     out.push_back(std::move(measurement));
 }
@@ -67,7 +67,7 @@ struct OneWord {
     static constexpr int kWords = 1;
     std::string lend(const ParseContext &, const Param &) { return {}; }
     void report(const Param &, Lines &) const {}
-    static void describe(const Param &, Specs &) {}
+    static void describe(const Param &, Quantities &) {}
     void measure(const Param &, Measurements &) const {}
 };
 
@@ -121,7 +121,10 @@ struct EditableText : OneWord {
     {
         lines.push_back("  " + param.name + " = " + escape_text(text()));
     }
-    static void describe(const Param &param, Specs &specs) { specs.push_back({param.name, Kind::Text}); }
+    static void describe(const Param &param, Quantities &quantities)
+    {
+        quantities.push_back({param.name, Kind::Text});
+    }
     void measure(const Param &param, Measurements &out) const
     {
         add_measured(out, param.name, Kind::Text, text());
@@ -178,7 +181,10 @@ template <typename T> struct ResultWord : NoWord {
                                        : std::to_string(static_cast<unsigned long long>(value));
         lines.push_back("  *" + param.name + " = " + number + " (" + hex + ")");
     }
-    static void describe(const Param &param, Specs &specs) { specs.push_back({param.name, Kind::Integer}); }
+    static void describe(const Param &param, Quantities &quantities)
+    {
+        quantities.push_back({param.name, Kind::Integer});
+    }
     void measure(const Param &param, Measurements &out) const
     {
         add_measured(out, param.name, Kind::Integer,
@@ -212,7 +218,10 @@ template <typename T> struct Buffer : NoWord {
             --used;
         return used == 0 ? std::string() : hex_bytes(buffer.data(), used);
     }
-    static void describe(const Param &param, Specs &specs) { specs.push_back({param.name, Kind::Text}); }
+    static void describe(const Param &param, Quantities &quantities)
+    {
+        quantities.push_back({param.name, Kind::Text});
+    }
     void measure(const Param &param, Measurements &out) const
     {
         add_measured(out, param.name, Kind::Text, used_bytes());
@@ -231,18 +240,18 @@ struct SerialPorts : NoWord {
                             (records[i].pcDevPath != nullptr ? escape_text(records[i].pcDevPath) : "NULL") +
                             ", flag " + std::to_string(records[i].ulFlag));
     }
-    static void describe(const Param &param, Specs &specs)
+    static void describe(const Param &param, Quantities &quantities)
     {
         for (size_t i = 0; i < 3; ++i) {
-            specs.push_back({param.name + "[" + std::to_string(i) + "].path", Kind::Text});
-            specs.push_back({param.name + "[" + std::to_string(i) + "].flag", Kind::Integer});
+            quantities.push_back({param.name + "[" + std::to_string(i) + "].path", Kind::Text});
+            quantities.push_back({param.name + "[" + std::to_string(i) + "].flag", Kind::Integer});
         }
     }
     void measure(const Param &param, Measurements &out) const
     {
         for (size_t i = 0; i < records.size(); ++i) {
             const std::string name = param.name + "[" + std::to_string(i) + "]";
-            Measurement path{MeasurementSpec{name + ".path", Kind::Text}};
+            Measurement path{Quantity{name + ".path", Kind::Text}};
             if (records[i].pcDevPath != nullptr)
                 set_value(path, records[i].pcDevPath);
             out.push_back(std::move(path));

@@ -45,7 +45,7 @@ class Callable
     // Per parameter: true when the operator types it, false when the shell lends it.
     virtual std::vector<bool> typed() const = 0;
     // The measurements of what the shell lends, named after the parameters.
-    virtual Specs lent_measurements(const std::vector<Param> &params) const = 0;
+    virtual Quantities lent_measurements(const std::vector<Param> &params) const = 0;
     // Parses `words` and lends buffers. On a refusal: null, and `error` says why.
     virtual std::unique_ptr<PreparedCall> prepare(const std::vector<Param> &params,
                                                   const std::vector<std::string> &words,
@@ -93,12 +93,12 @@ template <typename R, typename... A> class Bound final : public Callable
     }
     size_t words() const override { return (static_cast<size_t>(Rule<A>::kWords) + ... + 0); }
     std::vector<bool> typed() const override { return {(Rule<A>::kWords == 1)...}; }
-    Specs lent_measurements(const std::vector<Param> &params) const override
+    Quantities lent_measurements(const std::vector<Param> &params) const override
     {
-        Specs specs;
+        Quantities quantities;
         if constexpr (kCallable)
-            describe_all(params, specs, std::index_sequence_for<A...>{});
-        return specs;
+            describe_all(params, quantities, std::index_sequence_for<A...>{});
+        return quantities;
     }
 
     std::unique_ptr<PreparedCall> prepare(const std::vector<Param> &params,
@@ -206,10 +206,11 @@ template <typename R, typename... A> class Bound final : public Callable
     };
 
     template <size_t... I>
-    static void describe_all(const std::vector<Param> &params, Specs &specs, std::index_sequence<I...>)
+    static void describe_all(const std::vector<Param> &params, Quantities &quantities,
+                             std::index_sequence<I...>)
     {
         if (params.size() == sizeof...(A))
-            (Rule<A>::describe(params[I], specs), ...);
+            (Rule<A>::describe(params[I], quantities), ...);
     }
 
     Function function_;

@@ -82,23 +82,22 @@ const std::pair<std::string_view, Limit::Op> kOperators[] = {
     {"~", Limit::Op::Pattern},
 };
 
-std::string names_of(const std::vector<MeasurementSpec> &measured)
+std::string names_of(const std::vector<Quantity> &measured)
 {
     std::string names;
-    for (const MeasurementSpec &spec : measured)
-        names += (names.empty() ? "" : ", ") + spec.name;
+    for (const Quantity &quantity : measured)
+        names += (names.empty() ? "" : ", ") + quantity.name;
     return names.empty() ? "none" : names;
 }
 
-std::string read_limit(const std::vector<Token> &clause, const std::vector<MeasurementSpec> &measured,
-                       Limit &limit)
+std::string read_limit(const std::vector<Token> &clause, const std::vector<Quantity> &measured, Limit &limit)
 {
     if (clause.size() != 3)
         return "'" + clause[0].text + "': a limit is NAME OPERATOR VALUE (such as satellites_in_use >= 4)";
     limit.name = clause[0].text;
-    const auto spec = std::find_if(measured.begin(), measured.end(),
-                                   [&](const MeasurementSpec &s) { return s.name == limit.name; });
-    if (spec == measured.end())
+    const auto quantity = std::find_if(measured.begin(), measured.end(),
+                                       [&](const Quantity &s) { return s.name == limit.name; });
+    if (quantity == measured.end())
         return "no measurement '" + limit.name + "' (this command measures: " + names_of(measured) + ")";
     const auto op = std::find_if(std::begin(kOperators), std::end(kOperators),
                                  [&](const auto &known) { return known.first == clause[1].text; });
@@ -107,7 +106,7 @@ std::string read_limit(const std::vector<Token> &clause, const std::vector<Measu
     limit.op = op->second;
     const std::string value = clause[2].text;
     limit.written = clause[1].text + " " + (clause[2].quoted ? "\"" + value + "\"" : value);
-    const bool numeric = spec->kind != Kind::Text;
+    const bool numeric = quantity->kind != Kind::Text;
     if (limit.op == Limit::Op::Pattern) {
         try {
             limit.pattern = std::regex(value, std::regex::ECMAScript);
@@ -139,7 +138,8 @@ std::string read_limit(const std::vector<Token> &clause, const std::vector<Measu
         for (const std::string &text : limit.values) {
             const auto number = as_number(text);
             if (!number)
-                return "'" + text + "' is not a number, and " + limit.name + " is " + kind_name(spec->kind);
+                return "'" + text + "' is not a number, and " + limit.name + " is " +
+                       kind_name(quantity->kind);
             limit.numbers.push_back(*number);
         }
         if (limit.op == Limit::Op::Range && limit.numbers[0] > limit.numbers[1])
@@ -169,8 +169,7 @@ std::string read_option(const std::vector<Token> &clause, StepOptions &options)
 
 } // namespace
 
-std::string parse_checks(std::string_view text, const std::vector<MeasurementSpec> &measured,
-                         StepOptions &options)
+std::string parse_checks(std::string_view text, const std::vector<Quantity> &measured, StepOptions &options)
 {
     std::vector<Token> tokens;
     if (std::string error = tokenize(text, tokens); !error.empty())

@@ -43,8 +43,7 @@ struct StepOptions {
 
 // Reads the text after the expected status against what the command measures. Empty on
 // success, else why the text cannot be used.
-std::string parse_checks(std::string_view text, const std::vector<MeasurementSpec> &measured,
-                         StepOptions &options);
+std::string parse_checks(std::string_view text, const std::vector<Quantity> &measured, StepOptions &options);
 
 // Whether `measurement` keeps to `limit`; on a failure `why` says so in the operator's words.
 bool within(const Limit &limit, const Measurement &measurement, std::string &why);

@@ -181,13 +181,13 @@ std::string usage(const Entry &entry)
     return text;
 }
 
-std::vector<MeasurementSpec> measurements_of(const Entry &entry)
+std::vector<Quantity> measurements_of(const Entry &entry)
 {
-    std::vector<MeasurementSpec> specs = readings_of(entry.name);
+    std::vector<Quantity> quantities = readings_of(entry.name);
     if (entry.callable_here())
-        for (MeasurementSpec &spec : entry.callable->lent_measurements(entry.params))
-            specs.push_back(std::move(spec));
-    return specs;
+        for (Quantity &quantity : entry.callable->lent_measurements(entry.params))
+            quantities.push_back(std::move(quantity));
+    return quantities;
 }
 
 std::vector<std::string> lent(const Entry &entry)

@@ -86,7 +86,7 @@ std::vector<std::string> similar_names(std::string_view name);
 std::vector<std::string> complete_name(std::string_view prefix);
 
 // What a call of the entry measures: the readings of its result lines, then what the shell lends.
-std::vector<MeasurementSpec> measurements_of(const Entry &entry);
+std::vector<Quantity> measurements_of(const Entry &entry);
 
 // "CLI_HeatCtrlBoardToSlot ulBoard ulSlot": what the operator types.
 std::string usage(const Entry &entry);

@@ -26,35 +26,35 @@ std::string show(const Measurement &measurement)
     if (!measurement.present)
         return "(not printed)";
     std::string value;
-    if (measurement.spec.list) {
+    if (measurement.quantity.list) {
         for (const std::string &item : measurement.items)
             value += (value.empty() ? "" : ", ") + escape_text(item);
         value = "[" + value + "]";
-    } else if (measurement.spec.kind == Kind::Text) {
+    } else if (measurement.quantity.kind == Kind::Text) {
         value = escape_text(measurement.text);
     } else {
         value = measurement.text;
     }
-    if (!measurement.spec.unit.empty())
-        value += " " + measurement.spec.unit;
+    if (!measurement.quantity.unit.empty())
+        value += " " + measurement.quantity.unit;
     return value;
 }
 
 void set_value(Measurement &measurement, const std::string &text, bool hex)
 {
     measurement.present = true;
-    if (measurement.spec.list) {
+    if (measurement.quantity.list) {
         measurement.items.push_back(text);
         measurement.text = measurement.text.empty() ? text : measurement.text + ", " + text;
         return;
     }
     measurement.text = text;
-    if (measurement.spec.kind == Kind::Text || text.empty())
+    if (measurement.quantity.kind == Kind::Text || text.empty())
         return;
     const char *begin = text.c_str();
     char *end = nullptr;
     errno = 0;
-    if (measurement.spec.kind == Kind::Integer) {
+    if (measurement.quantity.kind == Kind::Integer) {
         const long long value = strtoll(begin, &end, hex ? 16 : 10);
         if (errno == 0 && end != begin && *end == '\0') {
             measurement.integer = value;

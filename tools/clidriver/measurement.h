@@ -18,9 +18,9 @@ const char *kind_name(Kind kind); // "integer", "real", "text"
 
 // What a command can measure: known before anything runs, so a script's limits are checked
 // against it.
-struct MeasurementSpec {
-    MeasurementSpec() = default;
-    MeasurementSpec(std::string name_, Kind kind_, std::string unit_ = {}, bool list_ = false)
+struct Quantity {
+    Quantity() = default;
+    Quantity(std::string name_, Kind kind_, std::string unit_ = {}, bool list_ = false)
         : name(std::move(name_)), kind(kind_), unit(std::move(unit_)), list(list_)
     {
     }
@@ -32,8 +32,8 @@ struct MeasurementSpec {
 
 struct Measurement {
     Measurement() = default;
-    explicit Measurement(MeasurementSpec spec_) : spec(std::move(spec_)) {}
-    MeasurementSpec spec;
+    explicit Measurement(Quantity quantity_) : quantity(std::move(quantity_)) {}
+    Quantity quantity;
     bool present = false;           // false: the command printed no such line
     std::string text;               // the value as printed ("012", "44.041305", "HI3516A")
     std::optional<double> number;   // integer and real values, when the text is a number
@@ -44,7 +44,7 @@ struct Measurement {
 // The value as the shell shows it: text in quotes, numbers as printed, with the unit.
 std::string show(const Measurement &measurement);
 
-// Reads `text` as the spec's kind into `measurement` (present, text, number, integer). `hex`
+// Reads `text` as the quantity's kind into `measurement` (present, text, number, integer). `hex`
 // reads an integer in base 16.
 void set_value(Measurement &measurement, const std::string &text, bool hex = false);
 

@@ -98,13 +98,13 @@ bool valid_name(std::string_view name)
 }
 
 // "voltage[V]", "longitude:real", "tag_ids*".
-bool read_name(std::string word, Kind printed, MeasurementSpec &spec, std::string &error)
+bool read_name(std::string word, Kind printed, Quantity &quantity, std::string &error)
 {
-    spec = MeasurementSpec{};
-    spec.kind = printed;
+    quantity = Quantity{};
+    quantity.kind = printed;
     if (!word.empty() && word.back() == '*') {
-        spec.list = true;
-        spec.kind = Kind::Text;
+        quantity.list = true;
+        quantity.kind = Kind::Text;
         word.pop_back();
     }
     if (const size_t open = word.find('['); open != std::string::npos) {
@@ -112,18 +112,18 @@ bool read_name(std::string word, Kind printed, MeasurementSpec &spec, std::strin
             error = "'" + word + "': a unit is written [UNIT] at the end";
             return false;
         }
-        spec.unit = word.substr(open + 1, word.size() - open - 2);
+        quantity.unit = word.substr(open + 1, word.size() - open - 2);
         word.resize(open);
     }
     if (const size_t colon = word.find(':'); colon != std::string::npos) {
         const std::string kind = word.substr(colon + 1);
         word.resize(colon);
         if (kind == "integer")
-            spec.kind = Kind::Integer;
+            quantity.kind = Kind::Integer;
         else if (kind == "real")
-            spec.kind = Kind::Real;
+            quantity.kind = Kind::Real;
         else if (kind == "text")
-            spec.kind = Kind::Text;
+            quantity.kind = Kind::Text;
         else {
             error = "'" + kind + "' is not a kind (integer, real or text)";
             return false;
@@ -133,7 +133,7 @@ bool read_name(std::string word, Kind printed, MeasurementSpec &spec, std::strin
         error = "'" + word + "' is not a reading name (lower-case letters, digits and _)";
         return false;
     }
-    spec.name = word;
+    quantity.name = word;
     return true;
 }
 
@@ -189,10 +189,10 @@ ReadingRule make_rule(std::string_view command, std::string_view format, std::st
         return rule;
     }
     for (size_t k = 0; k < words.size(); ++k) {
-        MeasurementSpec spec;
-        if (!read_name(words[k], kinds[k], spec, error))
+        Quantity quantity;
+        if (!read_name(words[k], kinds[k], quantity, error))
             return rule;
-        rule.fields.push_back(spec);
+        rule.fields.push_back(quantity);
     }
     return rule;
 }
@@ -246,24 +246,24 @@ std::vector<std::string> reading_rule_errors()
     return all_rules().errors;
 }
 
-std::vector<MeasurementSpec> readings_of(std::string_view command)
+std::vector<Quantity> readings_of(std::string_view command)
 {
-    std::vector<MeasurementSpec> specs;
+    std::vector<Quantity> quantities;
     for (const std::string &name : printers(command))
         for (const ReadingRule &rule : reading_rules())
             if (rule.command == name)
-                for (const MeasurementSpec &field : rule.fields)
-                    if (std::none_of(specs.begin(), specs.end(),
-                                     [&](const MeasurementSpec &known) { return known.name == field.name; }))
-                        specs.push_back(field);
-    return specs;
+                for (const Quantity &field : rule.fields)
+                    if (std::none_of(quantities.begin(), quantities.end(),
+                                     [&](const Quantity &known) { return known.name == field.name; }))
+                        quantities.push_back(field);
+    return quantities;
 }
 
 std::vector<Measurement> take_readings(std::string_view command, std::string_view out)
 {
     std::vector<Measurement> measurements;
-    for (const MeasurementSpec &spec : readings_of(command))
-        measurements.push_back(Measurement{spec});
+    for (const Quantity &quantity : readings_of(command))
+        measurements.push_back(Measurement{quantity});
     if (measurements.empty())
         return measurements;
     std::vector<std::string> lines;
@@ -301,10 +301,11 @@ std::vector<Measurement> take_readings(std::string_view command, std::string_vie
                 continue;
             for (size_t f = 0; f < rule.fields.size() && f < values.size(); ++f) {
                 for (Measurement &measurement : measurements) {
-                    if (measurement.spec.name != rule.fields[f].name)
+                    if (measurement.quantity.name != rule.fields[f].name)
                         continue;
-                    if (!measurement.present || measurement.spec.list)
-                        set_value(measurement, values[f], rule.hex[f] && measurement.spec.kind != Kind::Text);
+                    if (!measurement.present || measurement.quantity.list)
+                        set_value(measurement, values[f],
+                                  rule.hex[f] && measurement.quantity.kind != Kind::Text);
                 }
             }
         }

@@ -15,11 +15,11 @@ namespace shell
 {
 
 struct ReadingRule {
-    std::string command;                 // who prints the line
-    std::string format;                  // as the row gives it
-    std::vector<std::regex> lines;       // one matcher per printed line
-    std::vector<MeasurementSpec> fields; // one per conversion, in order
-    std::vector<bool> hex;               // per field: the conversion prints hexadecimal
+    std::string command;           // who prints the line
+    std::string format;            // as the row gives it
+    std::vector<std::regex> lines; // one matcher per printed line
+    std::vector<Quantity> fields;  // one per conversion, in order
+    std::vector<bool> hex;         // per field: the conversion prints hexadecimal
 };
 
 // Turns one row into a rule; on a mistake in the row, empty `error` says what.
@@ -32,7 +32,7 @@ const std::vector<ReadingRule> &reading_rules();
 std::vector<std::string> reading_rule_errors();
 
 // The names a command's result lines carry, its own and those of what it calls, without repeats.
-std::vector<MeasurementSpec> readings_of(std::string_view command);
+std::vector<Quantity> readings_of(std::string_view command);
 
 // Takes `command`'s readings from what it wrote on standard output. Every reading of the command
 // comes back, present or not.

@@ -150,7 +150,7 @@ std::vector<const LimitResult *> limits_on(const LineOutcome &outcome, const std
 
 const char *measurement_outcome(const LineOutcome &outcome, const Measurement &measurement)
 {
-    for (const LimitResult *checked : limits_on(outcome, measurement.spec.name))
+    for (const LimitResult *checked : limits_on(outcome, measurement.quantity.name))
         if (!checked->passed)
             return "FAIL";
     return measurement.present ? "PASS" : "UNSET";
@@ -160,15 +160,15 @@ std::string json_value(const Measurement &measurement)
 {
     if (!measurement.present)
         return "null";
-    if (measurement.spec.list) {
+    if (measurement.quantity.list) {
         std::string items;
         for (const std::string &item : measurement.items)
             items += (items.empty() ? "" : ", ") + json_string(item);
         return "[" + items + "]";
     }
-    if (measurement.spec.kind == Kind::Integer && measurement.integer)
+    if (measurement.quantity.kind == Kind::Integer && measurement.integer)
         return std::to_string(*measurement.integer);
-    if (measurement.spec.kind == Kind::Real && measurement.number) {
+    if (measurement.quantity.kind == Kind::Real && measurement.number) {
         char text[64];
         snprintf(text, sizeof text, "%.17g", *measurement.number);
         return text;
@@ -181,8 +181,8 @@ std::string measurement_lines(const LineOutcome &outcome)
 {
     std::string text;
     for (const Measurement &measurement : outcome.result.measurements) {
-        text += "measurement " + measurement.spec.name + " = " + show(measurement);
-        for (const LimitResult *checked : limits_on(outcome, measurement.spec.name))
+        text += "measurement " + measurement.quantity.name + " = " + show(measurement);
+        for (const LimitResult *checked : limits_on(outcome, measurement.quantity.name))
             text += ", limit " + checked->limit->written + (checked->passed ? ": pass" : ": FAIL");
         text += "\n";
     }
@@ -337,21 +337,21 @@ std::string json_report(const ScriptRun &run, const RunInfo &info)
         // A measurement a limit names but the run never reached is listed too, unset.
         std::vector<Measurement> measurements = result.measurements;
         if (!outcome.run)
-            for (const MeasurementSpec &spec : line.measures)
-                measurements.push_back(Measurement{spec});
+            for (const Quantity &quantity : line.measures)
+                measurements.push_back(Measurement{quantity});
         for (size_t m = 0; m < measurements.size(); ++m) {
             const Measurement &measurement = measurements[m];
-            json += (m == 0 ? "" : ", ") + json_string(measurement.spec.name) + ": {";
-            json += "\"name\": " + json_string(measurement.spec.name);
-            json += ", \"kind\": \"" + std::string(kind_name(measurement.spec.kind)) + "\"";
-            json += ", \"units\": " + json_string(measurement.spec.unit);
+            json += (m == 0 ? "" : ", ") + json_string(measurement.quantity.name) + ": {";
+            json += "\"name\": " + json_string(measurement.quantity.name);
+            json += ", \"kind\": \"" + std::string(kind_name(measurement.quantity.kind)) + "\"";
+            json += ", \"units\": " + json_string(measurement.quantity.unit);
             json += ", \"measured_value\": " + json_value(measurement);
             json += ", \"outcome\": \"" + std::string(measurement_outcome(outcome, measurement)) + "\"";
             json += ", \"validators\": [";
-            const auto limits = limits_on(outcome, measurement.spec.name);
+            const auto limits = limits_on(outcome, measurement.quantity.name);
             std::vector<std::string> written;
             for (const Limit &limit : line.options.limits)
-                if (limit.name == measurement.spec.name)
+                if (limit.name == measurement.quantity.name)
                     written.push_back(limit.name + " " + limit.written);
             for (size_t v = 0; v < written.size(); ++v)
                 json += (v == 0 ? "" : ", ") + json_string(written[v]);

@@ -31,7 +31,7 @@ int64_t wall_clock_ms()
 }
 
 std::string read_expectations(const Shell &shell, const CommandLine &command, int64_t &expected,
-                              StepOptions &options, std::vector<MeasurementSpec> *measures)
+                              StepOptions &options, std::vector<Quantity> *measures)
 {
     expected = 0;
     if (command.expect) {
@@ -39,12 +39,12 @@ std::string read_expectations(const Shell &shell, const CommandLine &command, in
             return error;
     }
     const Entry *entry = find_command(command.name);
-    const std::vector<MeasurementSpec> specs =
-        entry != nullptr ? measurements_of(*entry) : std::vector<MeasurementSpec>{};
-    if (std::string error = parse_checks(command.checks, specs, options); !error.empty())
+    const std::vector<Quantity> quantities =
+        entry != nullptr ? measurements_of(*entry) : std::vector<Quantity>{};
+    if (std::string error = parse_checks(command.checks, quantities, options); !error.empty())
         return error;
     if (measures != nullptr)
-        *measures = specs;
+        *measures = quantities;
     return {};
 }
 
@@ -105,8 +105,9 @@ Verdict judge(const CallResult &result, int64_t expected, const StepOptions &opt
         return verdict;
     }
     for (const Limit &limit : options.limits) {
-        const auto measured = std::find_if(result.measurements.begin(), result.measurements.end(),
-                                           [&](const Measurement &m) { return m.spec.name == limit.name; });
+        const auto measured =
+            std::find_if(result.measurements.begin(), result.measurements.end(),
+                         [&](const Measurement &m) { return m.quantity.name == limit.name; });
         LimitResult checked;
         checked.limit = &limit;
         if (measured == result.measurements.end())

@@ -48,7 +48,7 @@ struct ScriptLine {
     CommandLine command;
     int64_t expected = 0;
     StepOptions options;
-    std::vector<MeasurementSpec> measures; // what the command measures
+    std::vector<Quantity> measures; // what the command measures
 };
 
 struct Script {
@@ -64,7 +64,7 @@ Script parse_script(std::string_view text, const std::string &source, const Shel
 
 // Reads a line's "=> N" and what follows it for `name` (at the prompt as in a script).
 std::string read_expectations(const Shell &shell, const CommandLine &command, int64_t &expected,
-                              StepOptions &options, std::vector<MeasurementSpec> *measures = nullptr);
+                              StepOptions &options, std::vector<Quantity> *measures = nullptr);
 
 struct LimitResult {
     const Limit *limit = nullptr;

@@ -178,7 +178,7 @@ CallResult Shell::call(std::string_view name, const std::vector<std::string> &wo
         fprintf(out_, "%s\n", line.c_str());
     for (const Measurement &reading : result.measurements)
         if (reading.present)
-            fprintf(out_, "  reading %s = %s\n", reading.spec.name.c_str(), show(reading).c_str());
+            fprintf(out_, "  reading %s = %s\n", reading.quantity.name.c_str(), show(reading).c_str());
     for (Measurement &lent : prepared->measured())
         result.measurements.push_back(std::move(lent));
     if (result.status)

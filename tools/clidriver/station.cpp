@@ -94,7 +94,7 @@ void identify_unit(Shell &shell, RunInfo &info)
                 call->invoke();
         });
         for (const Measurement &reading : take_readings("COM_Display_SoftVER", printed.out))
-            if (reading.spec.name == "software" && reading.present)
+            if (reading.quantity.name == "software" && reading.present)
                 info.software_version = reading.text;
     }
     shell.after_command();

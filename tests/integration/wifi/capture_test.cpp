@@ -66,23 +66,23 @@ class Capture : public WifiTest
     // A probe request of `on_air` bytes behind a radio-tap header of `radiotap` bytes.
     static Packet sized_probe(const Mac &station, uint16_t radiotap, uint32_t on_air, double at)
     {
-        FrameSpec spec;
-        spec.station = station;
-        spec.radiotap_field = radiotap;
-        spec.on_air = on_air;
-        return Packet{at, clitest::make_frame(spec), 0};
+        FrameShape shape;
+        shape.station = station;
+        shape.radiotap_field = radiotap;
+        shape.on_air = on_air;
+        return Packet{at, clitest::make_frame(shape), 0};
     }
 
     // A beacon that reaches the camera: libpcap's filter reads the whole 16-bit radio-tap length
     // (280) and finds a probe request there; the camera reads its low byte (24) and finds a beacon.
     static Packet beacon_past_the_filter(double at)
     {
-        FrameSpec spec;
-        spec.radiotap_field = 0x0118;
-        spec.on_air = 300; // inside 24 + 22 .. 24 + 300
-        spec.fc = clitest::kFcBeacon;
-        spec.fc_for_filter = clitest::kFcProbeRequest;
-        return Packet{at, clitest::make_frame(spec), 0};
+        FrameShape shape;
+        shape.radiotap_field = 0x0118;
+        shape.on_air = 300; // inside 24 + 22 .. 24 + 300
+        shape.fc = clitest::kFcBeacon;
+        shape.fc_for_filter = clitest::kFcProbeRequest;
+        return Packet{at, clitest::make_frame(shape), 0};
     }
 
     ulink_capture capture_{};
@@ -186,11 +186,11 @@ TEST_F(Capture, AQuietChannelGivesNothingAfterTheReadTimeOut)
 
 TEST_F(Capture, AProbeRequestBecomesItsRecord)
 {
-    FrameSpec spec;
-    spec.station = {0x4C, 0x5E, 0x0C, 0xB0, 0x4F, 0xF7};
-    spec.signal = -61;
-    spec.tsft = 0x0000000A2B3C4D5Eull;
-    on_air({Packet{0.25, clitest::make_frame(spec), 0}});
+    FrameShape shape;
+    shape.station = {0x4C, 0x5E, 0x0C, 0xB0, 0x4F, 0xF7};
+    shape.signal = -61;
+    shape.tsft = 0x0000000A2B3C4D5Eull;
+    on_air({Packet{0.25, clitest::make_frame(shape), 0}});
     open();
     Call call;
     const Received got = receive(3, &call);
@@ -252,11 +252,11 @@ TEST_F(Capture, ThreePacketsOfWhichTwoAreProbesGiveThirtyBytesInArrivalOrder)
 
 TEST_F(Capture, ARadiotapLengthAbove255IsMeasuredByItsLowByte)
 {
-    FrameSpec spec;
-    spec.radiotap_field = 0x011E; // 286; the camera starts the 802.11 header at 30
-    spec.on_air = 300;            // inside 30 + 22 .. 30 + 300
-    spec.station = kStationC;
-    const Bytes frame = clitest::make_frame(spec);
+    FrameShape shape;
+    shape.radiotap_field = 0x011E; // 286; the camera starts the 802.11 header at 30
+    shape.on_air = 300;            // inside 30 + 22 .. 30 + 300
+    shape.station = kStationC;
+    const Bytes frame = clitest::make_frame(shape);
     on_air({Packet{0.1, frame, 0}});
     open();
     const Received got = receive(3);
@@ -269,7 +269,7 @@ TEST_F(Capture, ARadiotapLengthAbove255IsMeasuredByItsLowByte)
 
 TEST_F(Capture, ACaptureCutShortIsDroppedNeverReadPast)
 {
-    FrameSpec cut;
+    FrameShape cut;
     cut.radiotap_field = 26;
     cut.on_air = 100;
     cut.station = kStationA;

@@ -23,7 +23,7 @@ namespace wifitest
 
 using clitest::Bytes;
 using clitest::Call;
-using clitest::FrameSpec;
+using clitest::FrameShape;
 using clitest::Mac;
 using clitest::Packet;
 using sim::kMillisecond;
@@ -106,9 +106,9 @@ class WifiTest : public clitest::SimTest
     // One probe request from `station`, arriving `at` seconds after the capture opens.
     static Packet probe(const Mac &station, double at)
     {
-        FrameSpec spec;
-        spec.station = station;
-        return Packet{at, clitest::make_frame(spec), 0};
+        FrameShape shape;
+        shape.station = station;
+        return Packet{at, clitest::make_frame(shape), 0};
     }
 
     std::vector<std::string> files_;

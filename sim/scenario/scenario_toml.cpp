@@ -9,6 +9,7 @@
 #include "devices/chardev.h"
 #include "devices/files.h"
 #include "devices/serial.h"
+#include "edit_distance.h"
 #include "peripherals/box_toml.h"
 #include "peripherals/gps_toml.h"
 #include "peripherals/hub_toml.h"
@@ -41,32 +42,7 @@ constexpr int64_t kWordHighest = UINT32_MAX; // ... or unsigned
 constexpr int64_t kUnsignedHighest = UINT32_MAX;
 constexpr int64_t kLargestRecord = 65536; // bytes behind a request's pointer
 
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    for (char &c : result)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return result;
-}
-
-// Edit distance, letter case ignored: "/dev/gpiodev" is 0 away from "/dev/gpioDev".
-size_t distance(std::string_view a, std::string_view b)
-{
-    const std::string x = lower(a), y = lower(b);
-    std::vector<size_t> row(y.size() + 1);
-    for (size_t j = 0; j <= y.size(); ++j)
-        row[j] = j;
-    for (size_t i = 1; i <= x.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= y.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (x[i - 1] == y[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row[y.size()];
-}
+using text::edit_distance;
 
 // A path, file or command the scenario names must be one the library uses: anything else would
 // be a misspelling silently taken for a missing device. `known` is the simulator's own list.
@@ -79,7 +55,7 @@ void check_known(const Section &section, const toml::node &where, const std::str
         if (name == *item)
             return;
         all += (all.empty() ? "" : ", ") + std::string(*item);
-        if (const size_t d = distance(name, *item); d < best_distance)
+        if (const size_t d = edit_distance(name, *item); d < best_distance)
             best_distance = d, best = *item;
     }
     constexpr size_t kMostEdits = 3;

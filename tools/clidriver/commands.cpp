@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "clidriver/clidriver.h"
+#include "edit_distance.h"
 #include "readings.h"
 
 namespace shell
@@ -76,32 +77,7 @@ const std::string_view kNotBuilt[] = {
     "", // keeps the array non-empty once every operation is built
 };
 
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    for (char &c : result)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return result;
-}
-
-// Edit distance (insertions, deletions, substitutions), letter case ignored.
-size_t distance(std::string_view a, std::string_view b)
-{
-    const std::string x = lower(a), y = lower(b);
-    std::vector<size_t> row(y.size() + 1);
-    for (size_t j = 0; j <= y.size(); ++j)
-        row[j] = j;
-    for (size_t i = 1; i <= x.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= y.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (x[i - 1] == y[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row[y.size()];
-}
+using text::edit_distance;
 
 } // namespace
 
@@ -147,7 +123,7 @@ std::vector<std::string> similar_names(std::string_view name)
     for (const Entry &entry : command_table()) {
         if (entry.origin == Origin::Default && !wants_default)
             continue; // offer the command, not its default, unless a default was asked for
-        const size_t edits = distance(name, entry.name);
+        const size_t edits = edit_distance(name, entry.name);
         if (edits <= kMostEdits)
             ranked.emplace_back(edits, entry.name);
     }

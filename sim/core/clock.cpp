@@ -33,7 +33,31 @@ void Clock::reset(int64_t boot_epoch_seconds)
     sources_.clear();
     alarm_at_ = kNever;
     holds_ = 0;
+    stop_at_ = kNever;
+    stop_reached_ = nullptr;
+    stopped_ = false;
     ++generation_;
+}
+
+void Clock::stop_at(Nanos at, void (*reached)())
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    stop_at_ = at;
+    stop_reached_ = reached;
+    stopped_ = false;
+    ++generation_;
+}
+
+void Clock::clear_stop()
+{
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        stop_at_ = kNever;
+        stop_reached_ = nullptr;
+        stopped_ = false;
+        ++generation_;
+    }
+    changed_.notify_all();
 }
 
 void Clock::join()
@@ -146,6 +170,13 @@ bool Clock::everyone_settled_locked() const
 void Clock::advance_locked()
 {
     const Nanos next = next_moment_locked();
+    // Something due exactly at the stop still happens; only time beyond it is refused.
+    if (stop_at_ != kNever && next > stop_at_) {
+        now_ = std::max(now_.load(), stop_at_);
+        stopped_ = true;
+        ++generation_;
+        return;
+    }
     if (next == kNever) {
         fprintf(stderr, "simulated camera: every thread waits for ever and nothing is scheduled\n");
         std::abort();
@@ -175,6 +206,11 @@ WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
     changed_.notify_all();
     WaitEnd end;
     for (;;) {
+        if (stopped_) {
+            // Time has reached a step's limit: nothing moves until the stop is lifted.
+            changed_.wait(lock);
+            continue;
+        }
         fire_due_locked();
         if (self.interrupted) {
             end = WaitEnd::Interrupted;
@@ -194,6 +230,15 @@ WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
         self.settled = generation_;
         if (everyone_settled_locked()) {
             advance_locked();
+            if (stopped_) {
+                void (*reached)() = stop_reached_;
+                lock.unlock();
+                if (reached != nullptr)
+                    reached();
+                clear_stop();
+                lock.lock();
+                continue;
+            }
             changed_.notify_all();
             continue;
         }

@@ -66,6 +66,13 @@ class Clock
     void add_source(TimedSource *source);
     void remove_source(TimedSource *source);
 
+    // A station step's time limit: simulated time never passes `at`. When it would, the thread
+    // that would move it calls `reached` (without the lock held) while every other thread stays
+    // where it waits, so the command is frozen at its limit, the same on every run. `reached`
+    // normally ends the process; if it returns, the stop is lifted and time goes on.
+    void stop_at(Nanos at, void (*reached)());
+    void clear_stop();
+
     // alarm(seconds): returns the seconds left of the previous alarm (0 if none).
     unsigned set_alarm(unsigned seconds);
 
@@ -99,6 +106,9 @@ class Clock
     std::vector<TimedSource *> sources_;
     Nanos alarm_at_ = kNever;
     pthread_t alarm_thread_{};
+    Nanos stop_at_ = kNever;
+    void (*stop_reached_)() = nullptr;
+    bool stopped_ = false;    // time has reached stop_at_ and waits for more
     uint64_t generation_ = 0; // bumps on every change, to tell progress from a stall
     int holds_ = 0;
 };

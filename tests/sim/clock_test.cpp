@@ -200,3 +200,57 @@ TEST_F(Clock, AHeldClockStandsStillUntilReleased)
 }
 
 } // namespace
+
+namespace
+{
+
+std::atomic<int> g_stops_reached{0};
+std::atomic<sim::Nanos> g_stopped_at{-1};
+void note_stop()
+{
+    g_stopped_at = sim::clock().now();
+    ++g_stops_reached;
+}
+
+// A station step's limit: time stops at it, whoever was about to move it past. Something due
+// exactly at the stop still happens; when the stop's action returns, the stop is lifted and time
+// goes on as if nothing had been there.
+TEST_F(Clock, TimeStopsAtAStepLimitAndGoesOnOnceLifted)
+{
+    g_stops_reached = 0;
+    sim::clock().stop_at(3 * kSecond, note_stop);
+    static Ticker ticker{kSecond, 5, {}}; // a product thread ticking once a second
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, tick, &ticker), 0);
+    sleep(10);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(g_stops_reached.load(), 1);
+    EXPECT_EQ(g_stopped_at.load(), 3 * kSecond);
+    ASSERT_EQ(ticker.seen.size(), 5u);
+    EXPECT_EQ(ticker.seen[2], 3 * kSecond); // due at the stop itself: not held back
+    EXPECT_EQ(ticker.seen[4], 5 * kSecond);
+    EXPECT_EQ(sim::clock().now(), 10 * kSecond);
+}
+
+// A wait with nothing scheduled after it ends at the stop instead of ending the process.
+TEST_F(Clock, AWaitForEverEndsAtTheStop)
+{
+    g_stops_reached = 0;
+    sim::clock().stop_at(7 * kSecond, note_stop);
+    sim::clock().wait(sim::kNever, [] { return g_stops_reached.load() > 0; });
+    EXPECT_EQ(g_stops_reached.load(), 1);
+    EXPECT_EQ(g_stopped_at.load(), 7 * kSecond);
+}
+
+// Lifted before it is reached, a stop leaves time alone.
+TEST_F(Clock, ALiftedStopIsNeverReached)
+{
+    g_stops_reached = 0;
+    sim::clock().stop_at(kSecond, note_stop);
+    sim::clock().clear_stop();
+    sleep(3);
+    EXPECT_EQ(g_stops_reached.load(), 0);
+    EXPECT_EQ(sim::clock().now(), 3 * kSecond);
+}
+
+} // namespace

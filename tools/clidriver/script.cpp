@@ -186,7 +186,12 @@ void run_script(Shell &shell, const Script &script, const RunOptions &options, S
                 fflush(shell.out());
             }
             outcome.attempts = attempt + 1;
+            const bool watched = line.options.timeout_s && options.cut_off != nullptr;
+            if (watched)
+                watchdog::arm(shell, static_cast<int64_t>(*line.options.timeout_s * 1e9), options.cut_off);
             outcome.result = shell.call(line.command.name, line.command.words, where, options.capture);
+            if (watched)
+                watchdog::disarm(shell);
             const int64_t step_ns = outcome.result.simulated_ns.value_or(outcome.result.wall_ns);
             outcome.verdict = judge(outcome.result, line.expected, line.options, step_ns);
             print_verdict(shell.out(), outcome.verdict);

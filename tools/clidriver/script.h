@@ -35,6 +35,7 @@
 
 #include "checks.h"
 #include "shell.h"
+#include "watchdog.h"
 #include "words.h"
 
 namespace shell
@@ -113,6 +114,9 @@ struct ScriptRun {
 struct RunOptions {
     bool capture = false;         // keep every line's output for the reports
     bool stop_on_failure = false; // the first FAIL or ERROR ends the run
+    // Ends the run at a step that overruns its time limit while its command still runs (see
+    // watchdog.h); without it a limit is judged once the command comes back.
+    watchdog::CutOff cut_off = nullptr;
 };
 
 // Runs every line in order into `run` (filled as it goes, so that a command ending the process

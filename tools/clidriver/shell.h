@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <pthread.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +37,11 @@ struct Hooks {
     std::function<int64_t()> simulated_now;         // nanoseconds on the simulated clock
     std::function<void()> after_command;            // housekeeping between two commands
     std::function<void(bool)> waiting_for_operator; // true while the prompt waits for a line
+    // A step's time limit on the simulated clock: time stops at `at_ns` and `reached` runs.
+    std::function<void(int64_t at_ns, void (*reached)())> stop_clock_at;
+    std::function<void()> clear_clock_stop;
+    // Starts a thread of the shell's own, one that takes no part in the camera's simulated time.
+    std::function<int(pthread_t *, void *(*)(void *), void *)> start_own_thread;
 };
 
 struct Settings {
@@ -102,6 +108,7 @@ class Shell
     {
         return hooks_.simulated_now ? std::optional<int64_t>(hooks_.simulated_now()) : std::nullopt;
     }
+    const Hooks &hooks() const { return hooks_; }
     // The capture of the call under way, if any: a command that ends the process leaves it open,
     // and whoever reports that closes it.
     static OutputCapture *active_capture();

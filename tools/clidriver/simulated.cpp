@@ -10,6 +10,7 @@
 
 #include "core/clock.h"
 #include "core/journal.h"
+#include "core/real.h"
 #include "core/sim.h"
 #include "number.h"
 #include "platform/platform.h"
@@ -114,6 +115,13 @@ Hooks hooks()
             sim::clock().hold();
         else
             sim::clock().release();
+    };
+    hooks.stop_clock_at = [](int64_t at_ns, void (*reached)()) { sim::clock().stop_at(at_ns, reached); };
+    hooks.clear_clock_stop = [] { sim::clock().clear_stop(); };
+    // The shell's own threads (its step watchdog) must not count as the camera's: the camera's
+    // time would wait for them.
+    hooks.start_own_thread = [](pthread_t *thread, void *(*start)(void *), void *arg) {
+        return sim::real::pthread_create(thread, nullptr, start, arg);
     };
     return hooks;
 }

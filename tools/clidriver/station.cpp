@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 #include <fstream>
 #include <limits.h>
+#include <optional>
 #include <sstream>
 #include <unistd.h>
 
@@ -119,27 +120,33 @@ void finish(Shell &shell, ScriptRun &run, const RunInfo &info, ReportFile &junit
     written = json.write(json_report(run, info), shell.err()) && written;
 }
 
-void ended_the_process(int status, void *)
+// Ends the run at the step under way with `verdict`: what the command wrote so far is its output,
+// the summary is printed and the reports are written, and the process ends (1, or 2 when a report
+// could not be written). For a command that ended the process and for a step cut off at its limit.
+[[noreturn]] void end_run_at_current_step(const Verdict &verdict, std::optional<int64_t> wall_ns,
+                                          const char *announcement = nullptr)
 {
-    if (g_station.run == nullptr || !g_station.run->current)
-        return;
     Station station = g_station;
     g_station = {};
     ScriptRun &run = *station.run;
     LineOutcome &outcome = run.lines[*run.current];
     CallResult &result = outcome.result;
+    fflush(stdout); // what the command printed belongs to its output
     if (OutputCapture *capture = Shell::active_capture()) {
         capture->end(result.out, result.err);
         result.captured = true;
     }
-    fflush(stdout);
+    if (announcement != nullptr)
+        fprintf(station.shell->out(), "%s\n", announcement);
     result.called = true;
+    if (wall_ns)
+        result.wall_ns = *wall_ns;
     outcome.run = true;
     outcome.attempts = std::max(outcome.attempts, 1);
     outcome.end_ms = wall_clock_ms();
     outcome.simulated_end_ns = station.shell->simulated_now();
-    outcome.verdict = Verdict{
-        Outcome::Error, "the command ended the process (exit status " + std::to_string(status) + ")", {}};
+    outcome.verdict = verdict;
+    run.wall_ns += result.wall_ns;
     print_verdict(station.shell->out(), outcome.verdict);
     run.current.reset();
     run.end_ms = outcome.end_ms;
@@ -149,6 +156,26 @@ void ended_the_process(int status, void *)
     finish(*station.shell, run, *station.info, *station.junit, *station.json, written);
     fflush(nullptr);
     _exit(written ? 1 : 2);
+}
+
+void ended_the_process(int status, void *)
+{
+    if (g_station.run == nullptr || !g_station.run->current)
+        return;
+    end_run_at_current_step(
+        Verdict{
+            Outcome::Error, "the command ended the process (exit status " + std::to_string(status) + ")", {}},
+        std::nullopt);
+}
+
+// The watchdog's way out: the step overran its limit while its command still ran. The remaining
+// steps are not run: the command never came back, and the library's state with it.
+void cut_off(const std::string &reason, int64_t wall_ns)
+{
+    if (g_station.run == nullptr || !g_station.run->current)
+        _exit(1);
+    end_run_at_current_step(Verdict{Outcome::Error, reason, {}}, wall_ns,
+                            "-- cut off at the step's time limit; the run ends here");
 }
 
 } // namespace
@@ -206,7 +233,7 @@ int run_station(Shell &shell, const StationOptions &options)
     g_station = Station{&shell, &run, &info, &junit, &json};
     static const bool registered = on_exit(ended_the_process, nullptr) == 0;
     (void)registered;
-    run_script(shell, script, RunOptions{reports, options.stop_on_failure}, run);
+    run_script(shell, script, RunOptions{reports, options.stop_on_failure, cut_off}, run);
     g_station = {};
 
     bool written = true;

@@ -6,6 +6,7 @@
 
 #include "core/clock.h"
 #include "core/descriptors.h"
+#include "core/fault.h"
 #include "core/journal.h"
 #include "platform/board_model.h"
 #include "platform/platform.h"
@@ -55,6 +56,7 @@ void start(const Scenario &scenario)
     wireless().reset();
     capture().reset();
     threads().reset();
+    fault_point().reset();
 
     for (const auto &[path, device] : scenario.devices)
         devices().script(path) = device;

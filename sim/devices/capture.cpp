@@ -4,6 +4,7 @@
 
 #include "core/clock.h"
 #include "core/descriptors.h"
+#include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
 #include "devices/files.h"
@@ -93,6 +94,9 @@ pcap_t *Capture::open_live(const char *device, int snaplen, int promisc, int to_
     }
     const std::string call = "pcap_open_live(" + std::string(device) + ", " + std::to_string(snaplen) + ", " +
                              std::to_string(promisc) + ", " + std::to_string(to_ms) + ")";
+    if (script.open_error.empty() &&
+        fault_point().fails(Fault::Capture, [&] { return "pcap_open_live " + std::string(device); }))
+        script.open_error = std::string(device) + ": That device is not up";
     if (!script.open_error.empty()) {
         if (errbuf != nullptr)
             snprintf(errbuf, PCAP_ERRBUF_SIZE, "%s", script.open_error.c_str());
@@ -160,6 +164,7 @@ int Capture::compile(pcap_t *handle, struct bpf_program *program, const char *fi
         std::lock_guard<std::mutex> hold(mutex_);
         fail = script_.fail_compile;
     }
+    fail = fail || fault_point().fails(Fault::Capture, [] { return std::string("pcap_compile"); });
     // A failure is a genuine one from libpcap, so pcap_geterr has its real text.
     const std::string expression = fail ? std::string(filter) + " and )" : filter;
     const int result = real::pcap_compile(handle, program, expression.c_str(), optimize, netmask);
@@ -175,6 +180,7 @@ int Capture::setfilter(pcap_t *handle, struct bpf_program *program)
         std::lock_guard<std::mutex> hold(mutex_);
         fail = script_.fail_setfilter;
     }
+    fail = fail || fault_point().fails(Fault::Capture, [] { return std::string("pcap_setfilter"); });
     int result = -1;
     if (!fail) {
         result = real::pcap_setfilter(handle, program);
@@ -216,6 +222,8 @@ int Capture::dispatch(pcap_t *handle, int count, pcap_handler callback, u_char *
             script_.dispatch_errors.erase(script_.dispatch_errors.begin());
         }
     }
+    if (scripted >= 0 && fault_point().fails(Fault::Capture, [] { return std::string("pcap_dispatch"); }))
+        scripted = PCAP_ERROR; // the interface went away under the capture
     const Nanos start = clock().now();
     const Nanos deadline = start + replay->timeout;
     if (scripted < 0) {

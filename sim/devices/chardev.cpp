@@ -6,6 +6,7 @@
 #include <fcntl.h>
 
 #include "core/descriptors.h"
+#include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
 
@@ -67,6 +68,8 @@ int Devices::open(const std::string &path, int flags)
         const DeviceScript &device = devices_.at(path);
         err = !device.present ? ENOENT : device.open_errno;
     }
+    if (err == 0 && fault_point().fails(Fault::Open, [&] { return "open " + path; }))
+        err = ENXIO; // the node is there, its driver is not answering
     int fd = -1;
     if (err == 0) {
         fd = real::open("/dev/null", (flags & O_ACCMODE) | O_CLOEXEC);
@@ -113,6 +116,10 @@ int Devices::ioctl(int fd, unsigned long request, uintptr_t argument)
     auto *pointer = reinterpret_cast<uint8_t *>(argument);
     if (arg_size > 0 && pointer != nullptr)
         call.in.assign(pointer, pointer + arg_size);
+    if (fault_point().fails(Fault::Request, [&] { return "ioctl " + call.device + " " + hex(request); })) {
+        handler = nullptr;
+        answer = IoctlAnswer::fail(EIO);
+    }
     if (handler)
         answer = handler(call);
     if (!answer.out.empty() && pointer != nullptr)

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "core/descriptors.h"
+#include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
 
@@ -88,6 +89,8 @@ int Files::open(const std::string &path, int flags)
         err = (flags & O_CREAT) != 0 ? EROFS : ENOENT;
     if (err == 0 && (flags & O_ACCMODE) != O_RDONLY)
         err = EROFS;
+    if (err == 0 && fault_point().fails(Fault::Open, [&] { return "open " + path; }))
+        err = EIO; // the flash would not give the file up
     int fd = -1;
     if (err == 0) {
         fd = memory_file(path, *script.content);
@@ -132,6 +135,8 @@ FILE *Files::popen(const std::string &command, const char *mode)
     int err = script.popen_errno;
     if (err == 0 && (mode == nullptr || mode[0] != 'r'))
         err = EINVAL;
+    if (err == 0 && fault_point().fails(Fault::Pipe, [&] { return "popen " + command; }))
+        err = EMFILE; // no descriptor left for the pipe
     FILE *stream = nullptr;
     if (err == 0) {
         const int fd = memory_file(command, script.output);

@@ -7,15 +7,19 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/wireless.h>
+#include <mutex>
 #include <poll.h>
+#include <set>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
 #include "core/clock.h"
 #include "core/descriptors.h"
+#include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
 #include "core/sim.h"
@@ -79,6 +83,64 @@ void closing(int fd)
     }
     if (auto owner = descriptors().forget(fd))
         journal_close(*owner, fd);
+}
+
+bool on_port(int fd)
+{
+    return descriptors().kind(fd) == FdKind::Port;
+}
+
+std::string port_name(int fd)
+{
+    const auto owner = descriptors().owner(fd);
+    return owner ? owner->what : "?";
+}
+
+// The camera's files and pipes read through stdio: the first read of a stream is the one that
+// reaches the kernel (stdio fills its buffer with one read of these small files), so that is the
+// read the fault point may fail; a stream whose read failed keeps failing, as its error flag would.
+class StreamReads
+{
+  public:
+    // False when this read fails.
+    bool read_ok(FILE *stream)
+    {
+        if (stream == nullptr)
+            return true;
+        const int fd = fileno(stream);
+        const FdKind kind = descriptors().kind(fd);
+        if (kind != FdKind::File && kind != FdKind::Pipe)
+            return true;
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            if (failed_.count(stream) != 0)
+                return false;
+            if (!first_.insert(stream).second)
+                return true;
+        }
+        if (!fault_point().fails(Fault::Read, [&] { return "read " + port_name(fd); }))
+            return true;
+        std::lock_guard<std::mutex> hold(mutex_);
+        failed_.insert(stream);
+        return false;
+    }
+    void closed(FILE *stream)
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        first_.erase(stream);
+        failed_.erase(stream);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::set<FILE *> first_;
+    std::set<FILE *> failed_;
+};
+
+StreamReads &stream_reads()
+{
+    static StreamReads *instance = new StreamReads;
+    return *instance;
 }
 
 int sleep_for(Nanos duration, Nanos *left)
@@ -167,6 +229,7 @@ FILE *fopen64(const char *path, const char *mode)
 int fclose(FILE *stream)
 {
     if (stream != nullptr) {
+        stream_reads().closed(stream);
         closing(fileno(stream));
         files().forget_stream(stream);
     }
@@ -179,9 +242,84 @@ int close(int fd)
     return real::close(fd);
 }
 
+ssize_t read(int fd, void *buffer, size_t count)
+{
+    if (on_port(fd)) {
+        if (const auto empty = port_hooks().empty_read; empty != nullptr && empty(fd))
+            return 0;
+        if (fault_point().fails(Fault::Read, [&] { return "read " + port_name(fd); })) {
+            errno = EIO;
+            return -1;
+        }
+    }
+    return real::read(fd, buffer, count);
+}
+
+size_t fread(void *buffer, size_t size, size_t count, FILE *stream)
+{
+    static const auto real = real::next<size_t (*)(void *, size_t, size_t, FILE *)>("fread");
+    if (!stream_reads().read_ok(stream)) {
+        errno = EIO;
+        return 0;
+    }
+    return real(buffer, size, count, stream);
+}
+
+char *fgets(char *text, int size, FILE *stream)
+{
+    static const auto real = real::next<char *(*)(char *, int, FILE *)>("fgets");
+    if (!stream_reads().read_ok(stream)) {
+        errno = EIO;
+        return nullptr;
+    }
+    return real(text, size, stream);
+}
+
+int fgetc(FILE *stream)
+{
+    static const auto real = real::next<int (*)(FILE *)>("fgetc");
+    if (!stream_reads().read_ok(stream)) {
+        errno = EIO;
+        return EOF;
+    }
+    return real(stream);
+}
+
+int tcgetattr(int fd, struct termios *settings)
+{
+    static const auto real = real::next<int (*)(int, struct termios *)>("tcgetattr");
+    if (on_port(fd)) {
+        const auto fail = port_hooks().fail_getattr;
+        if ((fail != nullptr && fail(fd)) ||
+            fault_point().fails(Fault::Line, [&] { return "tcgetattr " + port_name(fd); })) {
+            errno = EIO;
+            return -1;
+        }
+    }
+    return real(fd, settings);
+}
+
+int tcsetattr(int fd, int action, const struct termios *settings)
+{
+    static const auto real = real::next<int (*)(int, int, const struct termios *)>("tcsetattr");
+    if (on_port(fd)) {
+        const auto fail = port_hooks().fail_setattr;
+        if ((fail != nullptr && fail(fd)) ||
+            fault_point().fails(Fault::Line, [&] { return "tcsetattr " + port_name(fd); })) {
+            errno = EIO;
+            return -1;
+        }
+    }
+    return real(fd, action, settings);
+}
+
 ssize_t write(int fd, const void *buffer, size_t count)
 {
     const bool port = descriptors().kind(fd) == FdKind::Port;
+    if (port && fault_point().fails(Fault::Write, [&] { return "write " + port_name(fd); })) {
+        errno = EIO;
+        return -1;
+    }
     if (port) {
         if (const WriteLimit limit = serial_write_limit())
             count = std::min(count, limit(fd, count));
@@ -214,14 +352,23 @@ int ioctl(int fd, unsigned long request, ...)
 // read (its peer sent them, at the simulated time it chose) or the time-out passes.
 int select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds, struct timeval *timeout)
 {
-    bool on_port = false;
+    bool watches_port = false;
     if (active() && readfds != nullptr) {
         for (int fd = 0; fd < nfds && fd < FD_SETSIZE; ++fd)
             if (FD_ISSET(fd, readfds) && descriptors().kind(fd) == FdKind::Port)
-                on_port = true;
+                watches_port = true;
     }
-    if (!on_port)
+    if (!watches_port)
         return real::select(nfds, readfds, writefds, exceptfds, timeout);
+    if (fault_point().fails(Fault::Select, [&] {
+            for (int fd = 0; fd < nfds && fd < FD_SETSIZE; ++fd)
+                if (FD_ISSET(fd, readfds) && descriptors().kind(fd) == FdKind::Port)
+                    return "select " + port_name(fd);
+            return std::string("select");
+        })) {
+        errno = EINTR; // a signal came first
+        return -1;
+    }
 
     std::vector<pollfd> watched;
     for (int fd = 0; fd < nfds && fd < FD_SETSIZE; ++fd)
@@ -258,6 +405,7 @@ FILE *popen(const char *command, const char *mode)
 
 int pclose(FILE *stream)
 {
+    stream_reads().closed(stream);
     if (auto status = files().pclose(stream))
         return *status;
     return real::pclose(stream);

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "core/descriptors.h"
+#include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
 
@@ -58,7 +59,24 @@ int pending_input(int fd)
 // What the test in charge lets each write to a port take; none: everything.
 std::atomic<WriteLimit> write_limit{nullptr};
 
+// What the test in charge makes fail on the ports itself, beside the fault point.
+std::atomic<bool (*)(int)> hook_empty_read{nullptr};
+std::atomic<bool (*)(int)> hook_fail_getattr{nullptr};
+std::atomic<bool (*)(int)> hook_fail_setattr{nullptr};
+
 } // namespace
+
+void set_port_hooks(const PortHooks &hooks)
+{
+    hook_empty_read.store(hooks.empty_read);
+    hook_fail_getattr.store(hooks.fail_getattr);
+    hook_fail_setattr.store(hooks.fail_setattr);
+}
+
+PortHooks port_hooks()
+{
+    return PortHooks{hook_empty_read.load(), hook_fail_getattr.load(), hook_fail_setattr.load()};
+}
 
 void set_serial_write_limit(WriteLimit limit)
 {
@@ -224,6 +242,19 @@ void Port::fire(Nanos now)
 {
     std::vector<uint8_t> bytes = peer_->take(now);
     if (!bytes.empty() && !product_fds_.empty()) {
+        switch (fault_point().peer_message(path_)) {
+        case FaultPoint::Message::Deliver:
+            break;
+        case FaultPoint::Message::Lose:
+            bytes.clear(); // the peripheral said nothing after all
+            break;
+        case FaultPoint::Message::Garble:
+            for (uint8_t &byte : bytes)
+                byte = static_cast<uint8_t>(~byte);
+            break;
+        }
+    }
+    if (!bytes.empty() && !product_fds_.empty()) {
         const int before = pending_input(keep_);
         size_t sent = 0;
         while (sent < bytes.size()) {
@@ -307,6 +338,8 @@ int SerialPorts::open(const std::string &path, int flags)
         std::lock_guard<std::mutex> hold(mutex_);
         const PortScript &script = scripts_.at(path);
         err = !script.present ? ENOENT : script.open_errno;
+        if (err == 0 && fault_point().fails(Fault::Open, [&] { return "open " + path; }))
+            err = EIO; // the UART's driver refuses the line
         if (err == 0) {
             auto &slot = ports_[path];
             if (!slot)

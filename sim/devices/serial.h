@@ -94,6 +94,17 @@ using WriteLimit = size_t (*)(int fd, size_t count);
 void set_serial_write_limit(WriteLimit limit);
 WriteLimit serial_write_limit();
 
+// A test's own faults on the product's serial ports, asked before the fault point and the kernel:
+// a read that finds nothing (returns 0 and consumes nothing), a tcgetattr or tcsetattr that fails
+// with EIO. Each is asked once per call on a port; none set: nothing of the kind fails.
+struct PortHooks {
+    bool (*empty_read)(int fd) = nullptr;
+    bool (*fail_getattr)(int fd) = nullptr;
+    bool (*fail_setattr)(int fd) = nullptr;
+};
+void set_port_hooks(const PortHooks &hooks);
+PortHooks port_hooks();
+
 extern const char *const kCameraPorts[];
 
 } // namespace sim

@@ -5,6 +5,7 @@
 #include <linux/wireless.h>
 
 #include "core/clock.h"
+#include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
 
@@ -30,8 +31,14 @@ WirelessScript &Wireless::script()
 
 int Wireless::socket_errno()
 {
-    std::lock_guard<std::mutex> hold(mutex_);
-    return script_.socket_errno;
+    int err = 0;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        err = script_.socket_errno;
+    }
+    if (err == 0 && fault_point().fails(Fault::Open, [] { return std::string("socket"); }))
+        err = EMFILE; // the process has no descriptor left
+    return err;
 }
 
 int Wireless::set_frequency(int fd, void *request)
@@ -55,6 +62,8 @@ int Wireless::set_frequency(int fd, void *request)
             script_.channel_errnos.pop_front();
         }
     }
+    if (err == 0 && fault_point().fails(Fault::Request, [&] { return "SIOCSIWFREQ " + std::string(name); }))
+        err = EIO; // the radio's driver did not take the channel
     Entry entry;
     entry.kind = Kind::SocketIoctl;
     entry.name = name;
@@ -116,6 +125,8 @@ int Threads::create(pthread_t *thread, const pthread_attr_t *attr, void *(*start
             err = script_.err;
         }
     }
+    if (err == 0 && fault_point().fails(Fault::Thread, [] { return std::string("pthread_create"); }))
+        err = EAGAIN; // no room for another thread
     if (err == 0) {
         clock().join(); // counted before it runs, so time cannot slip past its first wait
         auto *how = new Start{start, arg};

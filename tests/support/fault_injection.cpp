@@ -2,11 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <termios.h>
-#include <unistd.h>
 
 #include "clidriver/clidriver.h"
-#include "core/descriptors.h"
 #include "core/real.h"
 #include "devices/serial.h"
 
@@ -22,11 +19,6 @@ Faults &faults()
 namespace
 {
 
-bool product_port(int fd)
-{
-    return sim::descriptors().kind(fd) == sim::FdKind::Port;
-}
-
 // The simulated camera asks this for every write to one of its serial ports (it owns write).
 size_t limit_serial_write(int fd, size_t count)
 {
@@ -36,39 +28,33 @@ size_t limit_serial_write(int fd, size_t count)
     return count;
 }
 
+bool empty_read(int fd)
+{
+    (void)fd;
+    return faults().empty_read.fires();
+}
+
+bool fail_getattr(int fd)
+{
+    (void)fd;
+    return faults().tcgetattr.fires();
+}
+
+bool fail_setattr(int fd)
+{
+    (void)fd;
+    return faults().tcsetattr.fires();
+}
+
+// The simulated camera owns write, read and the termios calls, and asks these on its ports.
 [[maybe_unused]] const bool kWriteLimitInstalled = (sim::set_serial_write_limit(limit_serial_write), true);
+[[maybe_unused]] const bool kPortHooksInstalled =
+    (sim::set_port_hooks(sim::PortHooks{empty_read, fail_getattr, fail_setattr}), true);
 
 } // namespace
 } // namespace clitest
 
 using clitest::faults;
-
-extern "C" int tcgetattr(int fd, struct termios *settings)
-{
-    static const auto real = sim::real::next<int (*)(int, struct termios *)>("tcgetattr");
-    if (clitest::product_port(fd) && faults().tcgetattr.fires()) {
-        errno = EIO;
-        return -1;
-    }
-    return real(fd, settings);
-}
-
-extern "C" int tcsetattr(int fd, int action, const struct termios *settings)
-{
-    static const auto real = sim::real::next<int (*)(int, int, const struct termios *)>("tcsetattr");
-    if (clitest::product_port(fd) && faults().tcsetattr.fires()) {
-        errno = EIO;
-        return -1;
-    }
-    return real(fd, action, settings);
-}
-
-extern "C" ssize_t read(int fd, void *buffer, size_t count)
-{
-    if (clitest::product_port(fd) && faults().empty_read.fires())
-        return 0;
-    return sim::real::read(fd, buffer, count);
-}
 
 extern "C" uint32_t CLI_ComSend(int fd, uint32_t ulType, const void *pvData, uint32_t ulLen,
                                 uint32_t ulCommand)

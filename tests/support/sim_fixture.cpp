@@ -100,11 +100,8 @@ void SimTest::run_captured(const std::function<void()> &call, Call &result)
     }
 }
 
-namespace
-{
-
 // What each deliberate exception looks like in the descriptor table.
-bool matches(LeftOpen reason, const sim::FdOwner &owner)
+bool left_open_by(LeftOpen reason, const sim::FdOwner &owner)
 {
     switch (reason) {
     case LeftOpen::EncodeInitPipe:
@@ -117,6 +114,9 @@ bool matches(LeftOpen reason, const sim::FdOwner &owner)
     }
     return false;
 }
+
+namespace
+{
 
 std::string describe(int fd)
 {
@@ -140,7 +140,7 @@ void SimTest::TearDown()
         bool excused = false;
         if (auto owner = sim::descriptors().owner(fd)) {
             for (auto reason = allowed.begin(); reason != allowed.end(); ++reason) {
-                if (matches(*reason, *owner)) {
+                if (left_open_by(*reason, *owner)) {
                     allowed.erase(reason);
                     excused = true;
                     break;

@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "core/descriptors.h"
 #include "core/journal.h"
 #include "core/time.h"
 #include "diag_line.h"
@@ -29,6 +30,9 @@ enum class LeftOpen {
     GpsLinkAfterReopen,      // the GPS queries keep the descriptor of a failed reopen
     LightSensorAfterTimeout, // CLI_232PhotoSensorVoltage keeps the port open after a read time-out
 };
+
+// Whether a descriptor's owner is the one a deliberate exception leaves open.
+bool left_open_by(LeftOpen reason, const sim::FdOwner &owner);
 
 // What one call did.
 struct Call {

@@ -237,6 +237,21 @@ const std::vector<Row> &built_rows()
             "CLI_PhotoSensorVoltage", [] { return CLI_PhotoSensorVoltage(); },
             {{"open /dev/gpioDev", 1, "ERROR CLI_PhotoSensorVoltage: open file /dev/gpioDev error!!"},
              {"ioctl /dev/gpioDev 0x2007", 1, "ERROR CLI_PhotoSensorVoltage: ioctl DEV_ADC0_GET fail!"}}));
+        // The serial light sensor on the console UART: a port that will not open is told only
+        // through perror; a rate that cannot be set closes the port again. A query that did not go
+        // out spends one of the five attempts and the next is answered. A reply that does not come
+        // ends the command at once, with the port left open as stations have always found it; so
+        // a run waits at most one 1 s reply time-out beyond a few byte-times at 9600 baud.
+        const char *const kLightSensorUnanswered = "ERROR CLI_232PhotoSensorVoltage: read num lRet is 1";
+        add(row("CLI_232PhotoSensorVoltage", [] { return CLI_232PhotoSensorVoltage(); },
+                {{"open /dev/ttyAMBA1", 1, nullptr},
+                 {"tcgetattr /dev/ttyAMBA1", 1, "ERROR CLI_232PhotoSensorVoltage: Set Rate failed"},
+                 {"tcsetattr /dev/ttyAMBA1", 1, "ERROR CLI_232PhotoSensorVoltage: Set Rate failed"},
+                 {"write /dev/ttyAMBA1", 0, "ERROR CLI_232PhotoSensorVoltage: write num lRet is -1",
+                  "a query that did not go out spends an attempt; the next one is answered"},
+                 {"select /dev/ttyAMBA1", 1, kLightSensorUnanswered},
+                 {"read /dev/ttyAMBA1", 1, kLightSensorUnanswered}},
+                2 * kSecond, {LeftOpen::LightSensorAfterTimeout}));
         add(row("CLI_GetPirStatus", [] { return CLI_GetPirStatus(); },
                 {{"open /dev/gpioDev", 1, "ERROR CLI_GetPirStatus: Open file /dev/gpioDev error"},
                  {"ioctl /dev/gpioDev 0x5006", 1, "ERROR CLI_GetPirStatus: ioctl cmd[5006] failed"}}));

@@ -75,6 +75,8 @@ const std::vector<Listed> &command_list()
 #define CLI_COMMAND(family, name, owner, built, ret, params, default_ret, default_body)                      \
     {#name, built != 0, std::is_void_v<ret>, with_neutral_arguments(&name)},
 #include "clidriver/commands.def"
+        // Support operations the station also calls as commands in their own right.
+        {"CLI_232PhotoSensorVoltage", true, false, with_neutral_arguments(&CLI_232PhotoSensorVoltage)},
     };
     return list;
 }

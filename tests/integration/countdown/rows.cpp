@@ -81,12 +81,17 @@ const std::vector<Row> &built_rows()
                  {"ioctl /dev/NetUsrDrv 0x1923", 0, kUplinkRequestFailed, kAllGoesOn}}));
 
         // ---- Chip checks ----
+        // Each check names the device that would not open, or the request that failed by its
+        // number in hex, and fails. The PHY test fails at whichever of its four register accesses
+        // fails (reads 0x1920, writes 0x1921); the expander check runs after it all the same and
+        // passes, so the PHY's report is the last one and the OR of the two verdicts is 1.
         add(row("CLI_ChipCheckEthernet", [] { return CLI_ChipCheckEthernet(); },
                 {{"open /dev/NetUsrDrv", 1, "ERROR COM_Chipcheck_Phy: Open file /dev/NetUsrDrv error"},
                  {"ioctl /dev/NetUsrDrv 0x1920", 1, "ERROR COM_Chipcheck_Phy: ioctl cmd[1920] failed"},
                  {"ioctl /dev/NetUsrDrv 0x1921", 1, "ERROR COM_Chipcheck_Phy: ioctl cmd[1921] failed"},
                  {"open /dev/gpioDev", 1, "ERROR COM_Chipcheck_PCA9555: Open file /dev/gpioDev error"},
                  {"ioctl /dev/gpioDev 0x4008", 1, "ERROR COM_Chipcheck_PCA9555: ioctl cmd[4008] failed"}}));
+        // The USB check reports its pipe and its empty listing as failed calls with short texts.
         add(row("CLI_ChipCheckUsbDevice", [] { return CLI_ChipCheckUsbDevice(0); },
                 {{"popen lsusb", 1, "ERROR CLI_ChipCheckUsbDevice: Function popen call failed"},
                  {"read lsusb", 1, "ERROR CLI_ChipCheckUsbDevice: Function fread no wlan0 call failed"}}));
@@ -192,6 +197,10 @@ const std::vector<Row> &built_rows()
              {"ioctl /dev/motor 0x80046b31", 1, "ERROR CLI_GetMotorStatus: ioctl cmd[80046b31] failed"}}));
 
         // ---- Climate ----
+        // The all-units index drives unit 0 then unit 1; a failure on either ends the command
+        // with 1 and names the unit. This camera's heaters have power levels, so the level
+        // operation is the one that fails, and the report still names Drv_SetHeater: the
+        // station's scripts match that wording whichever kind of heater is fitted.
         add(row(
             "CLI_HeatCtrl", [] { return CLI_HeatCtrl(0xABABABAB, 1); },
             {{"DRV_SetHeaterLevel#1", 1, "ERROR CLI_HeatCtrl: Function Drv_SetHeater(0, bIsOn) call failed"},
@@ -221,10 +230,28 @@ const std::vector<Row> &built_rows()
             2 * kSecond, kLinkKeptOpen)));
 
         // ---- Sensors ----
+        // The light sensor keeps its own wording ("open file ... error!!", the ADC request by
+        // name); the PIR and compass self-test name the device or the request number; the compass
+        // readings fail as a failed call of DRV_EcompassCtrl, horizontal or vertical alike.
         add(row(
             "CLI_PhotoSensorVoltage", [] { return CLI_PhotoSensorVoltage(); },
             {{"open /dev/gpioDev", 1, "ERROR CLI_PhotoSensorVoltage: open file /dev/gpioDev error!!"},
              {"ioctl /dev/gpioDev 0x2007", 1, "ERROR CLI_PhotoSensorVoltage: ioctl DEV_ADC0_GET fail!"}}));
+        // The serial light sensor on the console UART: a port that will not open is told only
+        // through perror; a rate that cannot be set closes the port again. A query that did not go
+        // out spends one of the five attempts and the next is answered. A reply that does not come
+        // ends the command at once, with the port left open as stations have always found it; so
+        // a run waits at most one 1 s reply time-out beyond a few byte-times at 9600 baud.
+        const char *const kLightSensorUnanswered = "ERROR CLI_232PhotoSensorVoltage: read num lRet is 1";
+        add(row("CLI_232PhotoSensorVoltage", [] { return CLI_232PhotoSensorVoltage(); },
+                {{"open /dev/ttyAMBA1", 1, nullptr},
+                 {"tcgetattr /dev/ttyAMBA1", 1, "ERROR CLI_232PhotoSensorVoltage: Set Rate failed"},
+                 {"tcsetattr /dev/ttyAMBA1", 1, "ERROR CLI_232PhotoSensorVoltage: Set Rate failed"},
+                 {"write /dev/ttyAMBA1", 0, "ERROR CLI_232PhotoSensorVoltage: write num lRet is -1",
+                  "a query that did not go out spends an attempt; the next one is answered"},
+                 {"select /dev/ttyAMBA1", 1, kLightSensorUnanswered},
+                 {"read /dev/ttyAMBA1", 1, kLightSensorUnanswered}},
+                2 * kSecond, {LeftOpen::LightSensorAfterTimeout}));
         add(row("CLI_GetPirStatus", [] { return CLI_GetPirStatus(); },
                 {{"open /dev/gpioDev", 1, "ERROR CLI_GetPirStatus: Open file /dev/gpioDev error"},
                  {"ioctl /dev/gpioDev 0x5006", 1, "ERROR CLI_GetPirStatus: ioctl cmd[5006] failed"}}));

@@ -93,6 +93,8 @@ constexpr int64_t kDefaultRssAllowanceKib = 512;
 constexpr auto kSettleLimit = std::chrono::seconds(1);
 constexpr auto kSettleStep = std::chrono::milliseconds(1);
 constexpr int kBaselineLooks = 50;
+// Rounds that differ or grow before the soak stops early.
+constexpr int64_t kEnoughFailedRounds = 10;
 
 struct Station {
     std::string scenario_path;
@@ -379,7 +381,10 @@ int main(int argc, char **argv)
     Sample first, last, most;
     int64_t failed_rounds = 0;
     int64_t grown_rounds = 0;
+    int64_t rounds_run = 0;
+    int64_t bad_rounds = 0; // rounds that differed, grew, or both
     for (int64_t round = 1; round <= options.rounds; ++round) {
+        rounds_run = round;
         bool round_differs = false;
         for (Station &station : stations) {
             shell::ScriptRun run;
@@ -431,11 +436,19 @@ int main(int argc, char **argv)
             fprintf(report, "round %" PRId64 ": descriptors %ld, threads %ld, resident %ld KiB, %.1f s\n",
                     round, last.fds, last.threads, last.rss_kib,
                     std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+        // The soak has failed by then; the rounds left would only repeat it (and a grown round
+        // costs the settle time).
+        bad_rounds += round_differs || grown ? 1 : 0;
+        if (bad_rounds >= kEnoughFailedRounds && round < options.rounds) {
+            fprintf(report, "stopped after round %" PRId64 ": %" PRId64 " rounds failed\n", round,
+                    bad_rounds);
+            break;
+        }
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 
-    fprintf(report, "\nSoak of %" PRId64 " rounds in %.1f s (%.2f ms a round)\n", options.rounds, seconds,
-            seconds * 1000.0 / static_cast<double>(options.rounds));
+    fprintf(report, "\nSoak of %" PRId64 " rounds in %.1f s (%.2f ms a round)\n", rounds_run, seconds,
+            seconds * 1000.0 / static_cast<double>(rounds_run));
     print_sample(report, "before:", before);
     print_sample(report, "round 1:", first);
     print_sample(report, "last round:", last);

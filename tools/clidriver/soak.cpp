@@ -23,6 +23,7 @@
 //   every later round's CLI_ParkLedAlternate). Run in every round (--all-lines) they add a thread
 //   and a descriptor a round, as designed, and the soak would measure the script, not the library;
 //   past about a thousand rounds the descriptors would outgrow what select() can watch.
+//
 // Each round's outcome is checked: per script line, the status, the outcome (PASS, FAIL, ERROR,
 // SKIP), the reason, the attempts, the simulated time and every reading must be what the first
 // round had (its lines left out above excepted). Wall times are not compared. A round that differs
@@ -378,6 +379,11 @@ int main(int argc, char **argv)
 
     const auto started = std::chrono::steady_clock::now();
     const Sample before = sample();
+    if (before.fds < 0 || before.threads < 0 || before.rss_kib < 0) {
+        fprintf(stderr,
+                "clidriver-soak: cannot read /proc/self (fd, task, status): nothing to measure with\n");
+        return 2;
+    }
     Sample first, last, most;
     int64_t failed_rounds = 0;
     int64_t grown_rounds = 0;

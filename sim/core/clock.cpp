@@ -60,6 +60,32 @@ void Clock::clear_stop()
     changed_.notify_all();
 }
 
+void Clock::restart(int64_t boot_epoch_seconds)
+{
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        for (Waiter *waiter : waiters_) {
+            if (waiter->conditional) {
+                fprintf(stderr, "simulated camera: started again while a product thread waits on one of its "
+                                "devices\n");
+                std::abort();
+            }
+            if (waiter->deadline != kNever)
+                waiter->deadline = std::max<Nanos>(0, waiter->deadline - now_);
+        }
+        now_ = 0;
+        boot_epoch_ = boot_epoch_seconds;
+        sources_.clear();
+        alarm_at_ = kNever;
+        holds_ = 0;
+        stop_at_ = kNever;
+        stop_reached_ = nullptr;
+        stopped_ = false;
+        ++generation_;
+    }
+    changed_.notify_all();
+}
+
 void Clock::join()
 {
     std::lock_guard<std::mutex> hold(mutex_);
@@ -201,6 +227,7 @@ WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
 {
     std::unique_lock<std::mutex> lock(mutex_);
     Waiter self{pthread_self(), deadline};
+    self.conditional = static_cast<bool>(ready);
     waiters_.push_back(&self);
     ++generation_;
     changed_.notify_all();
@@ -220,7 +247,7 @@ WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
             end = WaitEnd::Ready;
             break;
         }
-        if (now_ >= deadline) {
+        if (now_ >= self.deadline) { // restart() may move the deadline
             end = WaitEnd::Deadline;
             break;
         }

@@ -44,6 +44,12 @@ class Clock
     int64_t boot_epoch() const;
     // Back to boot: time 0, no alarm, no sources, the calling thread the only participant.
     void reset(int64_t boot_epoch_seconds);
+    // Back to boot for a camera started again in the same process: time 0, no alarm, no sources,
+    // but the product's threads still running keep taking part, and each one waiting keeps the
+    // time it had left (a flash thread in its 500 ms poll polls again 500 ms after boot, at most).
+    // A thread waiting on a condition (a serial port) at that moment would look at what no longer
+    // exists: the process is stopped with a message instead.
+    void restart(int64_t boot_epoch_seconds);
 
     // A thread is about to start that takes part in simulated time / has ended.
     void join();
@@ -89,7 +95,8 @@ class Clock
         pthread_t thread;
         Nanos deadline;
         bool interrupted = false;
-        uint64_t settled = 0; // the generation at which it last found its condition unmet
+        bool conditional = false; // waits for a condition besides its deadline
+        uint64_t settled = 0;     // the generation at which it last found its condition unmet
     };
 
     void fire_due_locked();

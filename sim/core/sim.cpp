@@ -44,11 +44,16 @@ bool active()
     return g_active.load(std::memory_order_acquire);
 }
 
-void start(const Scenario &scenario)
+namespace
+{
+void boot(const Scenario &scenario, bool keep_threads)
 {
     g_active.store(false, std::memory_order_release);
     serial_ports().reset(); // closes the ptys of an earlier start
-    clock().reset(scenario.boot_epoch);
+    if (keep_threads)
+        clock().restart(scenario.boot_epoch);
+    else
+        clock().reset(scenario.boot_epoch);
     journal().clear();
     devices().reset();
     files().reset();
@@ -77,6 +82,17 @@ void start(const Scenario &scenario)
     capture().script() = scenario.capture;
     threads().script() = scenario.threads;
     g_active.store(true, std::memory_order_release);
+}
+} // namespace
+
+void start(const Scenario &scenario)
+{
+    boot(scenario, false);
+}
+
+void restart(const Scenario &scenario)
+{
+    boot(scenario, true);
 }
 
 } // namespace sim

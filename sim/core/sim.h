@@ -12,6 +12,10 @@ struct Scenario;
 
 // Resets every part of the simulated camera and applies `scenario`.
 void start(const Scenario &scenario);
+// The same in a process where the product has run before (a shell that repeats its station runs):
+// threads the product started and that still run (a flash thread) keep taking part in simulated
+// time from the new boot, instead of being forgotten.
+void restart(const Scenario &scenario);
 bool active();
 
 } // namespace sim

@@ -13,6 +13,7 @@
 #include "clidriver/clidriver.h"
 #include "core/clock.h"
 #include "core/journal.h"
+#include "core/sim.h"
 #include "sim_fixture.h"
 
 namespace
@@ -251,6 +252,26 @@ TEST_F(Clock, ALiftedStopIsNeverReached)
     sleep(3);
     EXPECT_EQ(g_stops_reached.load(), 0);
     EXPECT_EQ(sim::clock().now(), 3 * kSecond);
+}
+
+// A shell that starts the camera again keeps the product's running threads: a flash thread half
+// way through its 500 ms poll when the camera boots again polls again 300 ms after the new boot,
+// and every poll after that is 500 ms apart on the new clock, the caller still waiting with it.
+TEST_F(Clock, BootingAgainKeepsARunningThreadAndTheTimeItHadLeft)
+{
+    static Ticker flasher{500 * kMillisecond, 1000, {}}; // outlives the test: the thread never ends
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, tick, &flasher), 0);
+    pthread_detach(thread);
+    usleep(1200000); // ticks at 0.5 and 1.0 s; the third is due at 1.5 s
+    ASSERT_EQ(flasher.seen.size(), 2u);
+    sim::restart(scenario());
+    EXPECT_EQ(sim::clock().now(), 0);
+    usleep(1000000); // the third tick 300 ms after boot, the fourth at 800 ms
+    EXPECT_EQ(sim::clock().now(), kSecond);
+    ASSERT_EQ(flasher.seen.size(), 4u);
+    EXPECT_EQ(flasher.seen[2], 300 * kMillisecond);
+    EXPECT_EQ(flasher.seen[3], 800 * kMillisecond);
 }
 
 } // namespace

@@ -32,8 +32,16 @@ CliSerialPort g_astPorts[3];
 
 void start(const std::string &scenario_path, FILE *console)
 {
-    const sim::Scenario scenario = sim::load_scenario(scenario_path);
-    sim::start(scenario);
+    start(sim::load_scenario(scenario_path), console);
+}
+
+void start(const sim::Scenario &scenario, FILE *console)
+{
+    // A camera started again under the same shell keeps the threads the library left running.
+    if (sim::active())
+        sim::restart(scenario);
+    else
+        sim::start(scenario);
     sim::platform().set_console(console);
     g_startup = scenario.startup;
     g_camera_name = scenario.name;
@@ -82,6 +90,10 @@ void run_startup(FILE *trace)
         fprintf(trace, "~ %s startup: %s => %lld\n", format_simulated(sim::clock().now()).c_str(), what,
                 status);
     };
+    // A camera boots with nothing on its link's table: no line, no hub, no device. A shell that
+    // starts the simulated camera again in the same process (the soak) must not hand the previous
+    // camera's line and declarations to the next one.
+    gastComCap = CliComCap{};
     if (g_startup.product_record)
         step("CLI_GetProductAllVersion", [] { return static_cast<long long>(CLI_GetProductAllVersion()); });
     if (g_startup.serial_ports)

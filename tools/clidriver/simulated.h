@@ -7,6 +7,11 @@
 
 #include "shell.h"
 
+namespace sim
+{
+struct Scenario;
+}
+
 namespace shell::simulated
 {
 
@@ -14,6 +19,9 @@ namespace shell::simulated
 // lines going to `console` (the shell's standard output, so lines keep their order).
 // Throws sim::ScenarioError, whose message names the file, line and key.
 void start(const std::string &scenario_path, FILE *console);
+// The same with a scenario already read: a shell that starts the camera again and again (the
+// soak) reads each file once.
+void start(const sim::Scenario &scenario, FILE *console);
 
 // The camera's name, as the scenario's [camera] gives it ("" when it gives none).
 const std::string &camera_name();

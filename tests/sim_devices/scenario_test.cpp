@@ -869,6 +869,22 @@ TEST_F(ScenarioFiles, TomlSyntaxErrorNamesTheFileAndLine)
     }
 }
 
+// A table header whose name does not start as a key is refused like any other syntax error, in
+// every build (toml++'s own check of that character is an assertion in a debug build).
+TEST_F(ScenarioFiles, MalformedTableHeadersAreRefusedWithTheirLine)
+{
+    const std::string text[] = {"[=\n", "[[\n",      "[[[a]]]\n",       "[camera]\n[ [\n",
+                                "[.\n", "[\"a\"[\n", "[files]\n\n[[.\n"};
+    const char *prefix[] = {"bad.toml:1: ", "bad.toml:1: ", "bad.toml:1: ", "bad.toml:2: ",
+                            "bad.toml:1: ", "bad.toml:1: ", "bad.toml:3: "};
+    for (size_t i = 0; i < std::size(text); ++i) {
+        SCOPED_TRACE(text[i]);
+        const std::string message = error_of(text[i]);
+        EXPECT_EQ(message.rfind(prefix[i], 0), 0u) << message;
+        EXPECT_GT(message.size(), strlen(prefix[i])) << "with toml's description";
+    }
+}
+
 TEST_F(ScenarioFiles, LoadingNamesTheFileItWasGiven)
 {
     make("broken.toml", "[camera]\nproduct_type = \"x\"\n");

@@ -32,7 +32,7 @@
 // After each round the process is sampled: open descriptors (/proc/self/fd), threads
 // (/proc/self/task), resident memory (VmRSS). Against the first round's figures, descriptors and
 // threads may not grow at all, resident memory by at most the allowance (default 512 KiB; not judged
-// under AddressSanitizer, whose quarantine keeps freed memory: its leak check judges). A thread
+// under a sanitizer, which keeps memory of its own: AddressSanitizer's leak check judges). A thread
 // that is ending when the round ends (the RFID search, stopped by the script's last search line,
 // leaves on its own) is given up to a second to be gone before it counts.
 //
@@ -73,13 +73,14 @@ bool once_per_process(const std::string &command)
                        [&](const char *name) { return command == name; });
 }
 
-// Under AddressSanitizer resident memory grows with every free (the quarantine that catches a use
-// after free, the allocator's own bookkeeping), leak or not: it is shown but not judged, and the
-// sanitizer's leak check at exit judges memory instead.
-#if defined(__SANITIZE_ADDRESS__)
+// Under a sanitizer resident memory grows round after round, leak or not: AddressSanitizer's
+// quarantine keeps what is freed to catch a use after free, ThreadSanitizer keeps the history of
+// every access it may have to report. It is shown but not judged there; AddressSanitizer's leak
+// check at exit judges memory instead.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kJudgeResidentMemory = false;
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 constexpr bool kJudgeResidentMemory = false;
 #else
 constexpr bool kJudgeResidentMemory = true;
@@ -463,7 +464,7 @@ int main(int argc, char **argv)
     if (kJudgeResidentMemory)
         fprintf(report, " (allowed %+" PRId64 " KiB)\n", options.rss_allowance_kib);
     else
-        fprintf(report, " (not judged under AddressSanitizer: its leak check at exit judges memory)\n");
+        fprintf(report, " (not judged under a sanitizer, which keeps memory of its own)\n");
     if (failed_rounds > 0)
         fprintf(report, "FAIL: %" PRId64 " round%s ended otherwise than the first\n", failed_rounds,
                 failed_rounds == 1 ? "" : "s");

@@ -303,13 +303,22 @@ FILE *quiet_standard_output()
     return report;
 }
 
+// A step's time limit is held while its command runs, as the station's shell holds it (its
+// watchdog thread is one of the threads the first round adds). A step cut off at its limit never
+// came back, so the soak cannot go on in this process: it says so and ends.
+void cut_off(const std::string &reason, int64_t)
+{
+    fprintf(stderr, "soak: a step was cut off at its time limit (%s); the soak ends here\n", reason.c_str());
+    _exit(1);
+}
+
 // Runs one station on its freshly started camera: the run's lines, in `run`.
 void run_station(Station &station, const shell::Script &script, FILE *sink, shell::ScriptRun &run)
 {
     shell::simulated::start(station.scenario, sink);
     shell::simulated::run_startup(nullptr);
     shell::Shell shell(shell::Settings{}, shell::simulated::hooks(), sink, sink);
-    shell::run_script(shell, script, shell::RunOptions{}, run);
+    shell::run_script(shell, script, shell::RunOptions{false, false, cut_off}, run);
 }
 
 void print_sample(FILE *out, const char *what, const Sample &figures)

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "camera_line.h"
 #include "core/clock.h"
 #include "devices/serial.h"
 #include "hub_wire.h"
@@ -60,14 +61,8 @@ class BoxOnTheLine : public clitest::SimTest
 
     void open_line()
     {
-        fd_ = open(kLink, O_RDWR | O_NOCTTY);
+        fd_ = clitest::open_raw_line(kLink, B115200);
         ASSERT_GE(fd_, 0);
-        termios settings{};
-        tcgetattr(fd_, &settings);
-        cfmakeraw(&settings);
-        cfsetispeed(&settings, B115200);
-        cfsetospeed(&settings, B115200);
-        tcsetattr(fd_, TCSANOW, &settings);
     }
 
     void TearDown() override
@@ -85,28 +80,9 @@ class BoxOnTheLine : public clitest::SimTest
     }
 
     // Reads exactly `count` bytes, waiting up to 5 s for each piece.
-    Bytes read_exactly(size_t count) const
-    {
-        Bytes got;
-        while (got.size() < count && readable_within(5 * kSecond)) {
-            uint8_t buffer[256];
-            const ssize_t n = read(fd_, buffer, std::min(sizeof buffer, count - got.size()));
-            if (n <= 0)
-                break;
-            got.insert(got.end(), buffer, buffer + n);
-        }
-        return got;
-    }
+    Bytes read_exactly(size_t count) const { return clitest::read_exactly(fd_, count, 5 * kSecond); }
 
-    bool readable_within(sim::Nanos timeout) const
-    {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(fd_, &set);
-        timeval limit{static_cast<time_t>(timeout / kSecond),
-                      static_cast<suseconds_t>(timeout % kSecond / 1000)};
-        return select(fd_ + 1, &set, nullptr, nullptr, &limit) > 0;
-    }
+    bool readable_within(sim::Nanos timeout) const { return clitest::readable_within(fd_, timeout); }
 
     static sim::BoxPeer *box()
     {

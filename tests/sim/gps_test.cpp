@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "camera_line.h"
 #include "core/clock.h"
 #include "devices/serial.h"
 #include "nmea_sentence.h"
@@ -456,34 +457,16 @@ class GpsOnTheLine : public clitest::SimTest
 
     static int open_raw(speed_t speed)
     {
-        const int fd = open(kLink, O_RDWR | O_NOCTTY);
+        const int fd = clitest::open_raw_line(kLink, speed);
         EXPECT_GE(fd, 0);
-        termios settings{};
-        tcgetattr(fd, &settings);
-        cfmakeraw(&settings);
-        cfsetispeed(&settings, speed);
-        cfsetospeed(&settings, speed);
-        tcsetattr(fd, TCSANOW, &settings);
         return fd;
     }
 
+    // The receiver's sentences as text.
     static std::string read_exactly(int fd, size_t count)
     {
-        std::string got;
-        while (got.size() < count) {
-            fd_set set;
-            FD_ZERO(&set);
-            FD_SET(fd, &set);
-            timeval limit{5, 0};
-            if (select(fd + 1, &set, nullptr, nullptr, &limit) <= 0)
-                break;
-            char buffer[256];
-            const ssize_t n = read(fd, buffer, std::min(sizeof buffer, count - got.size()));
-            if (n <= 0)
-                break;
-            got.append(buffer, static_cast<size_t>(n));
-        }
-        return got;
+        const std::vector<uint8_t> got = clitest::read_exactly(fd, count);
+        return std::string(got.begin(), got.end());
     }
 };
 

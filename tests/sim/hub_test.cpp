@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "camera_line.h"
 #include "core/clock.h"
 #include "devices/serial.h"
 #include "hub_wire.h"
@@ -401,35 +402,12 @@ class HubOnTheLine : public clitest::SimTest
   protected:
     int open_raw(unsigned baud)
     {
-        const int fd = open("/dev/ttyC0", O_RDWR | O_NOCTTY);
+        const int fd = clitest::open_raw_line("/dev/ttyC0", baud == 115200 ? B115200 : B9600);
         EXPECT_GE(fd, 0);
-        termios settings{};
-        tcgetattr(fd, &settings);
-        cfmakeraw(&settings);
-        cfsetispeed(&settings, baud == 115200 ? B115200 : B9600);
-        cfsetospeed(&settings, baud == 115200 ? B115200 : B9600);
-        tcsetattr(fd, TCSANOW, &settings);
         return fd;
     }
 
-    static Bytes read_exactly(int fd, size_t count)
-    {
-        Bytes got;
-        while (got.size() < count) {
-            fd_set set;
-            FD_ZERO(&set);
-            FD_SET(fd, &set);
-            timeval limit{5, 0};
-            if (select(fd + 1, &set, nullptr, nullptr, &limit) <= 0)
-                break;
-            uint8_t buffer[256];
-            const ssize_t n = read(fd, buffer, std::min(sizeof buffer, count - got.size()));
-            if (n <= 0)
-                break;
-            got.insert(got.end(), buffer, buffer + n);
-        }
-        return got;
-    }
+    static Bytes read_exactly(int fd, size_t count) { return clitest::read_exactly(fd, count); }
 
     static sim::HubPeer *hub()
     {

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "camera_line.h"
 #include "core/clock.h"
 #include "devices/serial.h"
 #include "peripherals/ir_lamp.h"
@@ -55,14 +56,8 @@ class Accessory : public clitest::SimTest
     {
         scenario().ports[kLine].make_peer = std::move(make);
         restart();
-        fd_ = open(kLine, O_RDWR | O_NOCTTY);
+        fd_ = clitest::open_raw_line(kLine, B9600);
         ASSERT_GE(fd_, 0);
-        termios settings{};
-        tcgetattr(fd_, &settings);
-        cfmakeraw(&settings);
-        cfsetispeed(&settings, B9600);
-        cfsetospeed(&settings, B9600);
-        tcsetattr(fd_, TCSANOW, &settings);
     }
 
     void TearDown() override
@@ -77,28 +72,10 @@ class Accessory : public clitest::SimTest
         ASSERT_EQ(write(fd_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     }
 
-    Bytes read_exactly(size_t count) const
-    {
-        Bytes got;
-        while (got.size() < count && readable_within(5 * kSecond)) {
-            uint8_t buffer[64];
-            const ssize_t n = read(fd_, buffer, std::min(sizeof buffer, count - got.size()));
-            if (n <= 0)
-                break;
-            got.insert(got.end(), buffer, buffer + n);
-        }
-        return got;
-    }
+    // Reads exactly `count` bytes, waiting up to 5 s for each piece.
+    Bytes read_exactly(size_t count) const { return clitest::read_exactly(fd_, count, 5 * kSecond); }
 
-    bool readable_within(sim::Nanos timeout) const
-    {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(fd_, &set);
-        timeval limit{static_cast<time_t>(timeout / kSecond),
-                      static_cast<suseconds_t>(timeout % kSecond / 1000)};
-        return select(fd_ + 1, &set, nullptr, nullptr, &limit) > 0;
-    }
+    bool readable_within(sim::Nanos timeout) const { return clitest::readable_within(fd_, timeout); }
 
     template <typename PeerType> static PeerType *peer()
     {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "camera_line.h"
 #include "core/clock.h"
 #include "devices/serial.h"
 #include "peripherals/scripted_peer.h"
@@ -47,14 +48,8 @@ class SerialPort : public clitest::SimTest
     // Opens the link as the product does: raw 8N1 at 9600.
     int open_link()
     {
-        const int fd = open(kLink, O_RDWR | O_NOCTTY);
+        const int fd = clitest::open_raw_line(kLink, B9600);
         EXPECT_GE(fd, 0);
-        termios settings{};
-        tcgetattr(fd, &settings);
-        cfmakeraw(&settings);
-        cfsetispeed(&settings, B9600);
-        cfsetospeed(&settings, B9600);
-        tcsetattr(fd, TCSANOW, &settings);
         return fd;
     }
 
@@ -72,17 +67,7 @@ class SerialPort : public clitest::SimTest
     // Reads exactly `count` bytes, waiting up to `timeout` for each piece.
     static Bytes read_exactly(int fd, size_t count, sim::Nanos timeout = 5 * kSecond)
     {
-        Bytes got;
-        while (got.size() < count) {
-            if (wait_readable(fd, timeout) <= 0)
-                break;
-            uint8_t buffer[1024];
-            const ssize_t n = read(fd, buffer, std::min(sizeof buffer, count - got.size()));
-            if (n <= 0)
-                break;
-            got.insert(got.end(), buffer, buffer + n);
-        }
-        return got;
+        return clitest::read_exactly(fd, count, timeout);
     }
 };
 

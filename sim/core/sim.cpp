@@ -8,6 +8,7 @@
 #include "core/descriptors.h"
 #include "core/fault.h"
 #include "core/journal.h"
+#include "core/replay.h"
 #include "platform/board_model.h"
 #include "platform/platform.h"
 #include "scenario/scenario.h"
@@ -62,6 +63,7 @@ void boot(const Scenario &scenario, bool keep_threads)
     capture().reset();
     threads().reset();
     fault_point().reset();
+    replay().reset(scenario.replay);
 
     for (const auto &[path, device] : scenario.devices)
         devices().script(path) = device;

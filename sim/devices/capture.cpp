@@ -150,7 +150,10 @@ bool Capture::scan(pcap_t *handle, Replay &replay, struct bpf_program *program)
     while (pcap_next_ex(reader, &header, &data) == 1) {
         const Nanos stamp =
             static_cast<Nanos>(header->ts.tv_sec) * kSecond + static_cast<Nanos>(header->ts.tv_usec) * 1000;
-        replay.arrivals.push_back(opened_at_ + std::max<Nanos>(0, stamp - origin));
+        if (script_.stamped) // a recording's packets arrived when their headers say, on the camera's clock
+            replay.arrivals.push_back(std::max<Nanos>(0, stamp - clock().boot_epoch() * kSecond));
+        else
+            replay.arrivals.push_back(opened_at_ + std::max<Nanos>(0, stamp - origin));
     }
     real::pcap_close(reader);
     return true;

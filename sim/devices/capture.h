@@ -19,6 +19,7 @@ struct CaptureScript {
     std::string interface = "wlan0";
     std::string file;        // capture to replay; empty: nothing is on the air
     Nanos first_arrival = 0; // the file's first packet arrives this long after the open
+    bool stamped = false;    // each packet arrives at the time its header states (a recorded capture)
     std::string open_error;  // non-empty: pcap_open_live fails with this text
     bool fail_compile = false;
     bool fail_setfilter = false;

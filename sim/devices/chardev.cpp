@@ -9,6 +9,7 @@
 #include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
+#include "core/replay.h"
 
 namespace sim
 {
@@ -81,6 +82,53 @@ int Devices::open(const std::string &path, int flags)
     return journal_open(path, flags, fd, err);
 }
 
+IoctlAnswer Devices::answer_recorded(const std::string &device, unsigned long request, uintptr_t argument,
+                                     size_t &arg_size)
+{
+    RecordedRequest expected;
+    bool have = false;
+    int number = 0;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        auto found = devices_.find(device);
+        if (found != devices_.end()) {
+            number = ++found->second.recorded_calls;
+            if (!found->second.recorded.empty()) {
+                expected = found->second.recorded.front();
+                found->second.recorded.pop_front();
+                have = true;
+            }
+        }
+    }
+    const std::string which = "request " + std::to_string(number) + " is " + hex(request);
+    arg_size = expected.value ? 0 : expected.sent.size();
+    if (!have) {
+        replay().depart(device, which + "; the recording has no more requests on it");
+        return IoctlAnswer::fail(EIO);
+    }
+    if (expected.number != request) {
+        replay().depart(device, which + " where the recording has " + hex(expected.number));
+        return IoctlAnswer::fail(EIO);
+    }
+    if (expected.value && *expected.value != argument) {
+        replay().depart(device, which + " with " + std::to_string(argument) + " where the recording has " +
+                                    std::to_string(*expected.value));
+        return IoctlAnswer::fail(EIO);
+    }
+    if (!expected.value && !expected.sent.empty()) {
+        const auto *pointer = reinterpret_cast<const uint8_t *>(argument);
+        const std::vector<uint8_t> passed =
+            pointer != nullptr ? std::vector<uint8_t>(pointer, pointer + expected.sent.size())
+                               : std::vector<uint8_t>{};
+        if (passed != expected.sent) {
+            replay().depart(device, which + " passing " + hex_bytes(passed) + " where the recording has " +
+                                        hex_bytes(expected.sent));
+            return IoctlAnswer::fail(EIO);
+        }
+    }
+    return expected.answer;
+}
+
 int Devices::ioctl(int fd, unsigned long request, uintptr_t argument)
 {
     const auto owner = descriptors().owner(fd);
@@ -91,7 +139,9 @@ int Devices::ioctl(int fd, unsigned long request, uintptr_t argument)
     IoctlAnswer answer = IoctlAnswer::fail(ENOTTY); // what a driver says to a request it lacks
     size_t arg_size = 0;
     IoctlHandler handler;
-    {
+    if (replay().active()) {
+        answer = answer_recorded(call.device, request, argument, arg_size);
+    } else {
         std::lock_guard<std::mutex> hold(mutex_);
         auto device = devices_.find(call.device);
         if (device != devices_.end()) {
@@ -116,7 +166,8 @@ int Devices::ioctl(int fd, unsigned long request, uintptr_t argument)
     auto *pointer = reinterpret_cast<uint8_t *>(argument);
     if (arg_size > 0 && pointer != nullptr)
         call.in.assign(pointer, pointer + arg_size);
-    if (fault_point().fails(Fault::Request, [&] { return "ioctl " + call.device + " " + hex(request); })) {
+    if (!replay().active() &&
+        fault_point().fails(Fault::Request, [&] { return "ioctl " + call.device + " " + hex(request); })) {
         handler = nullptr;
         answer = IoctlAnswer::fail(EIO);
     }

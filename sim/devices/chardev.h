@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,10 +50,20 @@ struct RequestScript {
     int calls = 0;                      // calls so far
 };
 
+// One request as a recording layer saw it on a camera.
+struct RecordedRequest {
+    unsigned long number = 0;
+    std::optional<uintptr_t> value; // the argument, for a request that passes it by value
+    std::vector<uint8_t> sent;      // the record behind the pointer as the library passed it
+    IoctlAnswer answer;             // result, errno and the record after the request
+};
+
 struct DeviceScript {
     bool present = false; // absent devices fail to open with ENOENT
     int open_errno = 0;   // non-zero: every open fails with it
     std::map<unsigned long, RequestScript> requests;
+    std::deque<RecordedRequest> recorded; // a recorded camera: every request in order, nothing else
+    int recorded_calls = 0;
 };
 
 // A device whose requests read and write registers held inside it: the Ethernet PHY behind
@@ -79,6 +90,9 @@ class Devices
     bool simulated(const std::string &path) const;
     int open(const std::string &path, int flags);
     int ioctl(int fd, unsigned long request, uintptr_t argument);
+    // Under a recorded camera: the device's next recorded request, checked against this one.
+    IoctlAnswer answer_recorded(const std::string &device, unsigned long request, uintptr_t argument,
+                                size_t &arg_size);
 
   private:
     mutable std::mutex mutex_;

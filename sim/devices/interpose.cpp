@@ -22,12 +22,14 @@
 #include "core/fault.h"
 #include "core/journal.h"
 #include "core/real.h"
+#include "core/replay.h"
 #include "core/sim.h"
 #include "devices/capture.h"
 #include "devices/chardev.h"
 #include "devices/files.h"
 #include "devices/serial.h"
 #include "devices/wireless.h"
+#include "library_caller.h"
 
 using namespace sim;
 
@@ -143,7 +145,13 @@ StreamReads &stream_reads()
     return *instance;
 }
 
-int sleep_for(Nanos duration, Nanos *left)
+// Under a recorded camera the library's own clock reads and sleeps follow the recording.
+bool replaying_for(const void *caller)
+{
+    return replay().active() && clidriver::called_from_library(caller);
+}
+
+int sleep_for(Nanos duration, Nanos *left, const void *caller)
 {
     Entry entry;
     entry.kind = Kind::Sleep;
@@ -151,7 +159,8 @@ int sleep_for(Nanos duration, Nanos *left)
     entry.values = {duration};
     entry.text = "sleep " + std::to_string(duration / kMillisecond) + " ms";
     journal().add(entry);
-    const Nanos deadline = sim::clock().now() + duration;
+    const Nanos deadline =
+        sim::clock().now() + (replaying_for(caller) ? replay().sleep_length(duration) : duration);
     const WaitEnd end = sim::clock().wait(deadline);
     if (left != nullptr)
         *left = end == WaitEnd::Interrupted ? std::max<Nanos>(0, deadline - sim::clock().now()) : 0;
@@ -434,7 +443,7 @@ unsigned int sleep(unsigned int seconds)
     if (!active())
         return real::sleep(seconds);
     Nanos left = 0;
-    sleep_for(static_cast<Nanos>(seconds) * kSecond, &left);
+    sleep_for(static_cast<Nanos>(seconds) * kSecond, &left, __builtin_return_address(0));
     return static_cast<unsigned>((left + kSecond - 1) / kSecond);
 }
 
@@ -442,7 +451,8 @@ int usleep(useconds_t microseconds)
 {
     if (!active())
         return real::usleep(microseconds);
-    if (sleep_for(static_cast<Nanos>(microseconds) * kMicrosecond, nullptr) != 0) {
+    if (sleep_for(static_cast<Nanos>(microseconds) * kMicrosecond, nullptr, __builtin_return_address(0)) !=
+        0) {
         errno = EINTR;
         return -1;
     }
@@ -458,7 +468,8 @@ int nanosleep(const struct timespec *wanted, struct timespec *left)
         return -1;
     }
     Nanos remaining = 0;
-    if (sleep_for(static_cast<Nanos>(wanted->tv_sec) * kSecond + wanted->tv_nsec, &remaining) != 0) {
+    if (sleep_for(static_cast<Nanos>(wanted->tv_sec) * kSecond + wanted->tv_nsec, &remaining,
+                  __builtin_return_address(0)) != 0) {
         if (left != nullptr) {
             left->tv_sec = static_cast<time_t>(remaining / kSecond);
             left->tv_nsec = static_cast<long>(remaining % kSecond);
@@ -486,6 +497,11 @@ int gettimeofday(struct timeval *tv, void *tz)
 {
     if (!active())
         return real::gettimeofday(tv, tz);
+    if (replaying_for(__builtin_return_address(0))) {
+        // The camera had come this far when the library read its clock: time moves up to it.
+        if (const auto at = replay().next_clock_read(); at && *at > sim::clock().now())
+            sim::clock().wait(*at);
+    }
     const Nanos now = sim::clock().now();
     tv->tv_sec = static_cast<time_t>(sim::clock().boot_epoch() + now / kSecond);
     tv->tv_usec = static_cast<suseconds_t>((now % kSecond) / kMicrosecond);

@@ -7,6 +7,7 @@
 
 #include "core/fault.h"
 #include "core/journal.h"
+#include "core/replay.h"
 #include "platform/board_model.h"
 
 namespace sim
@@ -31,8 +32,72 @@ OpScript &Platform::script(const std::string &operation)
     return scripts_[operation];
 }
 
+namespace
+{
+
+std::string numbers_text(const std::vector<int64_t> &numbers, const std::vector<std::string> &texts)
+{
+    std::string text = "(";
+    for (const int64_t number : numbers)
+        text += (text.size() > 1 ? ", " : "") + std::to_string(number);
+    for (const std::string &word : texts)
+        text += (text.size() > 1 ? ", \"" : "\"") + word + "\"";
+    return text + ")";
+}
+
+} // namespace
+
+int64_t Platform::answer_recorded(PlatformCall &call)
+{
+    RecordedCall expected;
+    bool have = false;
+    int number = 0;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        OpScript &script = scripts_[call.name];
+        number = ++script.calls;
+        if (!script.recorded.empty()) {
+            expected = script.recorded.front();
+            script.recorded.pop_front();
+            have = true;
+        }
+    }
+    const std::string which = "call " + std::to_string(number);
+    if (!have) {
+        replay().depart(call.name, which + numbers_text(call.numbers, call.texts) +
+                                       "; the recording has no more calls of it");
+        return -1;
+    }
+    if (expected.args != call.numbers || expected.texts != call.texts) {
+        replay().depart(call.name, which + numbers_text(call.numbers, call.texts) +
+                                       " where the recording has " +
+                                       numbers_text(expected.args, expected.texts));
+        return -1;
+    }
+    void *record = call.records.empty() ? nullptr : call.records[0];
+    const size_t size = call.record_sizes.empty() ? 0 : call.record_sizes[0];
+    if (expected.sent && record != nullptr) {
+        const auto *bytes = static_cast<const uint8_t *>(record);
+        const std::vector<uint8_t> passed(bytes, bytes + size);
+        if (passed != *expected.sent) {
+            replay().depart(call.name, which + " passes the record " + hex_bytes(passed) +
+                                           " where the recording has " + hex_bytes(*expected.sent));
+            return -1;
+        }
+    }
+    if (record != nullptr && !expected.bytes.empty())
+        memcpy(record, expected.bytes.data(), std::min(size, expected.bytes.size()));
+    if (call.name == "drv_GetAlarmCnt" && !expected.bytes.empty()) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        memcpy(&alarm_count_, expected.bytes.data(), std::min(sizeof alarm_count_, expected.bytes.size()));
+    }
+    return expected.result;
+}
+
 int64_t Platform::answer(PlatformCall &call)
 {
+    if (replay().active())
+        return answer_recorded(call);
     std::function<int64_t(PlatformCall &)> hook;
     int64_t result = 0;
     std::vector<uint8_t> out;
@@ -71,6 +136,7 @@ template <typename T> void collect(PlatformCall &call, T value)
         call.values.push_back(reinterpret_cast<intptr_t>(value));
     } else {
         call.values.push_back(static_cast<int64_t>(value));
+        call.numbers.push_back(static_cast<int64_t>(value));
     }
 }
 

@@ -22,6 +22,7 @@ namespace sim
 // One call as the product made it.
 struct PlatformCall {
     std::string name;
+    std::vector<int64_t> numbers;     // the number arguments alone
     std::vector<int64_t> values;      // integer arguments (pointers as their address)
     std::vector<std::string> texts;   // string arguments
     std::vector<void *> records;      // pointer arguments, in order
@@ -31,12 +32,22 @@ struct PlatformCall {
 // How one operation answers. For each call: the hook when set, else the next of the sequence,
 // else the standing result (0 when none). `out` is written through the first record argument
 // (the board type, the version text, the compass reading...).
+// One call as a recording layer saw it on a camera.
+struct RecordedCall {
+    std::vector<int64_t> args;      // number arguments
+    std::vector<std::string> texts; // text arguments
+    int64_t result = 0;
+    std::optional<std::vector<uint8_t>> sent; // the first record as the library passed it
+    std::vector<uint8_t> bytes;               // the first record after the call
+};
+
 struct OpScript {
     std::optional<int64_t> result;
     std::deque<int64_t> sequence;
     std::vector<uint8_t> out;
     std::function<int64_t(PlatformCall &)> hook;
     int calls = 0;
+    std::deque<RecordedCall> recorded; // a recorded camera: the calls in order, nothing else
 };
 
 class Platform
@@ -44,6 +55,8 @@ class Platform
   public:
     void reset();
     OpScript &script(const std::string &operation);
+    // Under a recorded camera: the next recorded call of the operation, checked against this one.
+    int64_t answer_recorded(PlatformCall &call);
     // The alarm count record drv_GetAlarmCnt hands out.
     CliAlarmCount &alarm_count() { return alarm_count_; }
     // Where Cli_Common_Print also writes each line (the shell's console); null: journal only.

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "core/replay.h"
 #include "core/time.h"
 #include "devices/capture.h"
 #include "devices/chardev.h"
@@ -45,6 +46,7 @@ struct Scenario {
     CaptureScript capture;
     ThreadScript threads;
     Startup startup;
+    ReplayScript replay; // [recording]: a camera recorded by the recording layer
 };
 
 // A scenario file that cannot be used; what() names the file, line and key.

@@ -15,6 +15,7 @@
 #include "peripherals/hub_toml.h"
 #include "peripherals/ir_lamp_toml.h"
 #include "peripherals/light_sensor_toml.h"
+#include "peripherals/recording_peer_toml.h"
 #include "peripherals/rfid_toml.h"
 #include "peripherals/scripted_peer_toml.h"
 #include "peripherals/zigbee_toml.h"
@@ -93,6 +94,41 @@ void read_camera(const Section &camera, Scenario &scenario)
         scenario.boot_epoch = *epoch;
 }
 
+std::vector<std::string> read_texts(const Section &section, std::string_view key)
+{
+    std::vector<std::string> texts;
+    const toml::node *node = section.raw().get(key);
+    if (node == nullptr)
+        return texts;
+    const toml::array *array = node->as_array();
+    if (array == nullptr)
+        section.fail_at(*node, key, "expected an array of strings");
+    for (const toml::node &item : *array) {
+        if (!item.is_string())
+            section.fail_at(item, key, "expected an array of strings");
+        texts.push_back(*item.value<std::string>());
+    }
+    return texts;
+}
+
+// A recorded camera's calls of one platform operation, in order.
+std::deque<RecordedCall> read_recorded_calls(const Section &op)
+{
+    std::deque<RecordedCall> calls;
+    for (const Section &recorded : op.tables("recorded")) {
+        recorded.only({"args", "texts", "result", "sent", "bytes"});
+        RecordedCall call;
+        if (auto args = recorded.integers("args"))
+            call.args = *args;
+        call.texts = read_texts(recorded, "texts");
+        call.result = recorded.integer("result").value_or(0);
+        call.sent = recorded.bytes("sent");
+        call.bytes = recorded.bytes("bytes").value_or(std::vector<uint8_t>{});
+        calls.push_back(call);
+    }
+    return calls;
+}
+
 void read_platform(const Section &platform, Scenario &scenario)
 {
     for (const auto &[key, value] : platform.raw()) {
@@ -102,7 +138,9 @@ void read_platform(const Section &platform, Scenario &scenario)
             platform.fail_at(value, name, "not an operation of the camera platform");
         const auto op = platform.table(name);
         if (name == "drv_GetAlarmCnt") {
-            op->only({"inputs", "outputs"});
+            op->only({"inputs", "outputs", "recorded"});
+            if (auto recorded = read_recorded_calls(*op); !recorded.empty())
+                scenario.platform[name].recorded = recorded;
             CliAlarmCount count{};
             count.ulInputs = static_cast<uint32_t>(op->integer_in("inputs", 0, kUnsignedHighest).value_or(0));
             count.ulOutputs =
@@ -110,8 +148,9 @@ void read_platform(const Section &platform, Scenario &scenario)
             scenario.alarm_count = count;
             continue;
         }
-        op->only({"result", "results", "words", "text", "bytes"});
+        op->only({"result", "results", "words", "text", "bytes", "recorded"});
         OpScript script;
+        script.recorded = read_recorded_calls(*op);
         if (auto result = op->integer_in("result", kWordLowest, kWordHighest))
             script.result = *result;
         if (auto results = op->integers_in("results", kWordLowest, kWordHighest))
@@ -212,8 +251,23 @@ void read_devices(const Section &devices, Scenario &scenario)
         const std::string path(key.str());
         check_known(devices, value, path, "character device", kCameraDevices);
         const auto entry = devices.table(path);
-        entry->only({"absent", "open_errno", "request", "register_file"});
+        entry->only({"absent", "open_errno", "request", "register_file", "recorded"});
         DeviceScript device;
+        for (const Section &recorded : entry->tables("recorded")) {
+            recorded.only({"number", "value", "sent", "result", "errno", "bytes"});
+            const auto number = recorded.integer_in("number", 0, kUnsignedHighest);
+            if (!number)
+                recorded.fail("number", "every recorded request needs its number");
+            RecordedRequest request;
+            request.number = static_cast<unsigned long>(*number);
+            if (auto value = recorded.integer_in("value", 0, kUnsignedHighest))
+                request.value = static_cast<uintptr_t>(*value);
+            request.sent = recorded.bytes("sent").value_or(std::vector<uint8_t>{});
+            if (request.value && !request.sent.empty())
+                recorded.fail("sent", "a request passes its argument by value or a record, not both");
+            request.answer = read_answer(recorded);
+            device.recorded.push_back(request);
+        }
         device.present = !entry->boolean("absent").value_or(false);
         device.open_errno = entry->error_number("open_errno").value_or(0);
         for (const Section &request : entry->tables("request")) {
@@ -298,8 +352,8 @@ void read_ports(const Section &ports, Scenario &scenario)
 
 void read_wifi(const Section &wifi, Scenario &scenario)
 {
-    wifi.only({"interface", "capture", "first_arrival_ms", "open_error", "fail_compile", "fail_setfilter",
-               "dispatch_errors", "channel_errors", "socket_errno"});
+    wifi.only({"interface", "capture", "first_arrival_ms", "arrival", "open_error", "fail_compile",
+               "fail_setfilter", "dispatch_errors", "channel_errors", "socket_errno"});
     if (auto name = wifi.string("interface")) {
         scenario.wireless.interface = *name;
         scenario.capture.interface = *name;
@@ -307,6 +361,13 @@ void read_wifi(const Section &wifi, Scenario &scenario)
     if (auto file = wifi.readable_file("capture"))
         scenario.capture.file = *file;
     scenario.capture.first_arrival = wifi.milliseconds("first_arrival_ms").value_or(0);
+    if (auto arrival = wifi.string("arrival")) {
+        if (*arrival != "stamped" && *arrival != "spaced")
+            wifi.fail("arrival",
+                      "expected \"spaced\" (at the file's spacing after the open) or \"stamped\" (at the "
+                      "times the packets' headers state)");
+        scenario.capture.stamped = *arrival == "stamped";
+    }
     scenario.capture.open_error = wifi.string("open_error").value_or("");
     scenario.capture.fail_compile = wifi.boolean("fail_compile").value_or(false);
     scenario.capture.fail_setfilter = wifi.boolean("fail_setfilter").value_or(false);
@@ -457,6 +518,36 @@ toml::table with_base(toml::table root, const std::string &source_name, const st
 
 } // namespace
 
+// What marks a recorded camera: its clock reads and sleeps, in order.
+void read_recording(const Section &recording, Scenario &scenario)
+{
+    recording.only({"recorder", "clock_us", "sleeps_ns"});
+    ReplayScript &replay = scenario.replay;
+    replay.recorded = true;
+    (void)recording.string("recorder");
+    for (const int64_t at :
+         recording.integers_in("clock_us", 0, INT64_MAX / kMicrosecond).value_or(std::vector<int64_t>{}))
+        replay.clock_us.push_back(at);
+    if (const toml::node *sleeps = recording.raw().get("sleeps_ns")) {
+        const auto refuse = [&](const toml::node &at) {
+            recording.fail_at(at, "sleeps_ns", "expected [asked, slept] pairs of nanoseconds, 0 or more");
+        };
+        const toml::array *pairs = sleeps->as_array();
+        if (pairs == nullptr)
+            refuse(*sleeps);
+        for (const toml::node &item : *pairs) {
+            const toml::array *pair = item.as_array();
+            if (pair == nullptr || pair->size() != 2 || !(*pair)[0].is_integer() || !(*pair)[1].is_integer())
+                refuse(item);
+            const int64_t asked = *(*pair)[0].value<int64_t>();
+            const int64_t slept = *(*pair)[1].value<int64_t>();
+            if (asked < 0 || slept < 0)
+                refuse(item);
+            replay.sleeps.emplace_back(asked, slept);
+        }
+    }
+}
+
 Scenario parse_scenario(const std::string &text, const std::string &source_name, const std::string &base_dir)
 {
     std::vector<std::string> chain;
@@ -465,7 +556,7 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
     scenario.source = source_name;
     const Section top(root, "", source_name, base_dir);
     top.only({"base", "camera", "startup", "platform", "control_board", "files", "commands", "devices",
-              "ports", "wifi", "threads"});
+              "ports", "wifi", "threads", "recording"});
     if (auto camera = top.table("camera"))
         read_camera(*camera, scenario);
     if (auto platform = top.table("platform"))
@@ -486,6 +577,8 @@ Scenario parse_scenario(const std::string &text, const std::string &source_name,
         read_threads(*threads, scenario);
     if (auto startup = top.table("startup"))
         read_startup(*startup, scenario);
+    if (auto recording = top.table("recording"))
+        read_recording(*recording, scenario);
     return scenario;
 }
 
@@ -515,6 +608,7 @@ const std::pair<std::string_view, PeerLoader> kPeerLoaders[] = {
     {"zigbee", load_zigbee_peer},
     {"ir_lamp", load_ir_lamp_peer},           // the IR lamp unit on the console UART
     {"light_sensor", load_light_sensor_peer}, // the serial light sensor on the console UART
+    {"recording", load_recording_peer},       // a recorded camera's port, played back from its log
 };
 // clang-format on
 } // namespace

@@ -700,7 +700,7 @@ const Mistake kMistakes[] = {
      "bad.toml:4: cameras: unknown key (expected one of: base, camera, startup, platform, control_board, "
      "files, commands, "
      "devices, ports, "
-     "wifi, threads)"},
+     "wifi, threads, recording)"},
     {"top-level key that is not a table", "camera = 3\n", "bad.toml:1: camera: expected a table"},
     {"unknown key in camera", "[camera]\nproduct = 1\n",
      "bad.toml:2: camera.product: unknown key (expected one of: name, product_type, boot_epoch)"},
@@ -712,11 +712,11 @@ const Mistake kMistakes[] = {
      "bad.toml:2: platform.DRV_SetIRCut: expected a table"},
     {"unknown key in a platform operation", "[platform.DRV_SetIRCut]\nresutl = 1\n",
      "bad.toml:2: platform.DRV_SetIRCut.resutl: unknown key (expected one of: result, results, words, text, "
-     "bytes)"},
+     "bytes, recorded)"},
     {"result sequence with a string", "[platform.ISP_Init]\nresults = [1, \"2\"]\n",
      "bad.toml:2: platform.ISP_Init.results: expected an array of integers"},
     {"alarm count with a result", "[platform.drv_GetAlarmCnt]\nresult = 1\n",
-     "bad.toml:2: platform.drv_GetAlarmCnt.result: unknown key (expected one of: inputs, outputs)"},
+     "bad.toml:2: platform.drv_GetAlarmCnt.result: unknown key (expected one of: inputs, outputs, recorded)"},
     {"misspelt device path", "[devices.\"/dev/gpiodev\"]\nabsent = true\n",
      "bad.toml:1: devices./dev/gpiodev: the library uses no character device \"/dev/gpiodev\"; did you mean "
      "\"/dev/gpioDev\"?"},
@@ -758,7 +758,7 @@ const Mistake kMistakes[] = {
      "bad.toml:2: commands.lsusb.from: cannot read {dir}/."},
     {"unknown peer kind", "[ports.\"/dev/ttyS1\"]\npeer = \"modem\"\n",
      "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps, box, rfid, "
-     "zigbee, ir_lamp, light_sensor)"},
+     "zigbee, ir_lamp, light_sensor, recording)"},
     {"peer option on a port without a peer", "[ports.\"/dev/ttyS1\"]\nmode = \"silent\"\n",
      "bad.toml:2: ports./dev/ttyS1.mode: unknown key (expected one of: absent, open_errno)"},
     {"unknown peer mode", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\nmode = \"chatty\"\n",
@@ -813,7 +813,7 @@ const Mistake kMistakes[] = {
      "bad.toml:2: wifi.channel_errors: expected an errno name such as \"EBUSY\" or 0"},
     {"unknown key in wifi", "[wifi]\nchanel_errors = []\n",
      "bad.toml:2: wifi.chanel_errors: unknown key (expected one of: interface, capture, first_arrival_ms, "
-     "open_error, fail_compile, fail_setfilter, dispatch_errors, channel_errors, socket_errno)"},
+     "arrival, open_error, fail_compile, fail_setfilter, dispatch_errors, channel_errors, socket_errno)"},
     {"unknown key in startup", "[startup]\nhub_rate = 115200\n",
      "bad.toml:2: startup.hub_rate: unknown key (expected one of: product_record, serial_ports, hub, gps, "
      "rfid, "

@@ -1,12 +1,16 @@
 // Whether a call comes from libclidriver itself: the recording layer writes down only what the
 // library asked of the camera (not the shell's own files and reports), and the simulated camera
-// under the camera's own shell counts only the library's threads as the camera's. Header only,
-// so that the recording layer and the simulated camera share it without either linking the other.
+// counts only the library's threads as the camera's and replays only the library's clock reads.
+// Header only, so that the recording layer and the simulated camera share it without either
+// linking the other.
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <link.h>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace clidriver
 {
@@ -14,12 +18,39 @@ namespace clidriver
 class LibraryCode
 {
   public:
-    // The library is mapped before any constructor or call can ask, so one look at the loaded
-    // objects is enough.
-    LibraryCode() { dl_iterate_phdr(visit, this); }
+    // The library is mapped before any constructor or call can ask, so one look at the process's
+    // mappings is enough. It reads them with raw system calls: the functions that ask are the
+    // interposed open and read themselves.
+    LibraryCode()
+    {
+        const long fd = syscall(SYS_openat, AT_FDCWD, "/proc/self/maps", O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return;
+        char line[512];
+        size_t used = 0;
+        for (;;) {
+            const long got = syscall(SYS_read, fd, line + used, sizeof line - 1 - used);
+            if (got <= 0)
+                break;
+            used += static_cast<size_t>(got);
+            line[used] = '\0';
+            char *end = nullptr;
+            while ((end = strchr(line, '\n')) != nullptr) {
+                *end = '\0';
+                take(line);
+                const size_t rest = used - static_cast<size_t>(end + 1 - line);
+                memmove(line, end + 1, rest);
+                used = rest;
+                line[used] = '\0';
+            }
+            if (used == sizeof line - 1) // a line longer than any mapping's: not ours
+                used = 0;
+        }
+        syscall(SYS_close, fd);
+    }
 
     // True when `address` (a return address) lies in the library's loaded code.
-    bool contains(const void *address)
+    bool contains(const void *address) const
     {
         const auto at = reinterpret_cast<uintptr_t>(address);
         for (int i = 0; i < count_; ++i)
@@ -29,31 +60,35 @@ class LibraryCode
     }
 
   private:
-    static int visit(dl_phdr_info *info, size_t, void *data)
+    // One line of /proc/self/maps: "begin-end perms offset dev inode path".
+    void take(const char *line)
     {
-        auto *self = static_cast<LibraryCode *>(data);
-        if (info->dlpi_name == nullptr || strstr(info->dlpi_name, "libclidriver.so") == nullptr)
-            return 0;
-        for (int i = 0; i < info->dlpi_phnum && self->count_ < kMaxSegments; ++i) {
-            const ElfW(Phdr) &segment = info->dlpi_phdr[i];
-            if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0)
-                continue;
-            self->begin_[self->count_] = info->dlpi_addr + segment.p_vaddr;
-            self->end_[self->count_] = info->dlpi_addr + segment.p_vaddr + segment.p_memsz;
-            ++self->count_;
-        }
-        return 1;
+        const char *path = strchr(line, '/');
+        const char *perms = strchr(line, ' ');
+        if (path == nullptr || perms == nullptr || perms[3] != 'x' || count_ == kMaxSegments)
+            return;
+        const char *name = strrchr(path, '/') + 1;
+        if (strncmp(name, "libclidriver.so", 15) != 0)
+            return;
+        char *dash = nullptr;
+        const uintptr_t begin = strtoull(line, &dash, 16);
+        if (dash == nullptr || *dash != '-')
+            return;
+        begin_[count_] = begin;
+        end_[count_] = strtoull(dash + 1, nullptr, 16);
+        ++count_;
     }
+
     static constexpr int kMaxSegments = 4;
     int count_ = 0;
     uintptr_t begin_[kMaxSegments] = {};
     uintptr_t end_[kMaxSegments] = {};
 };
 
-// The one lookup per process.
+// The one look per process.
 inline bool called_from_library(const void *return_address)
 {
-    static LibraryCode code;
+    static const LibraryCode code;
     return code.contains(return_address);
 }
 

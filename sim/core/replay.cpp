@@ -1,0 +1,86 @@
+#include "core/replay.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "core/journal.h"
+
+namespace sim
+{
+
+Replay &replay()
+{
+    static Replay *instance = new Replay;
+    return *instance;
+}
+
+void Replay::reset(ReplayScript script)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    active_ = script.recorded;
+    script_ = std::move(script);
+    sleeps_done_ = 0;
+    reported_.clear();
+    departures_ = 0;
+}
+
+std::optional<Nanos> Replay::next_clock_read()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    if (script_.clock_us.empty())
+        return std::nullopt;
+    const Nanos at = script_.clock_us.front() * kMicrosecond;
+    script_.clock_us.pop_front();
+    return at;
+}
+
+Nanos Replay::sleep_length(Nanos asked)
+{
+    std::string what;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        ++sleeps_done_;
+        if (!script_.sleeps.empty() && script_.sleeps.front().first == asked) {
+            const Nanos slept = script_.sleeps.front().second;
+            script_.sleeps.pop_front();
+            return slept;
+        }
+        what = "sleep " + std::to_string(sleeps_done_) + " asks for " + std::to_string(asked) + " ns";
+        if (script_.sleeps.empty())
+            what += "; the recording has no more sleeps";
+        else
+            what += "; the recording has " + std::to_string(script_.sleeps.front().first) + " ns";
+    }
+    depart("sleeps", what);
+    return asked;
+}
+
+void Replay::depart(const std::string &where, const std::string &what)
+{
+    bool first = false;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        ++departures_;
+        first = std::find(reported_.begin(), reported_.end(), where) == reported_.end();
+        if (first)
+            reported_.push_back(where);
+    }
+    const std::string line = "replay: departs from the recording: " + where + ": " + what;
+    if (first) {
+        fprintf(stderr, "%s\n", line.c_str());
+        fflush(stderr);
+    }
+    Entry entry;
+    entry.kind = Kind::Note;
+    entry.name = where;
+    entry.text = line;
+    journal().add(entry);
+}
+
+int Replay::departures() const
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return departures_;
+}
+
+} // namespace sim

@@ -64,10 +64,16 @@ bool Devices::simulated(const std::string &path) const
 int Devices::open(const std::string &path, int flags)
 {
     int err = 0;
+    bool unrecorded = false;
     {
         std::lock_guard<std::mutex> hold(mutex_);
         const DeviceScript &device = devices_.at(path);
         err = !device.present ? ENOENT : device.open_errno;
+        unrecorded = replay().active() && !device.listed;
+    }
+    if (unrecorded) {
+        replay().depart(path, "the library opens it; the recording has no such device opened");
+        err = EIO;
     }
     if (err == 0 && fault_point().fails(Fault::Open, [&] { return "open " + path; }))
         err = ENXIO; // the node is there, its driver is not answering

@@ -64,6 +64,7 @@ struct DeviceScript {
     std::map<unsigned long, RequestScript> requests;
     std::deque<RecordedRequest> recorded; // a recorded camera: every request in order, nothing else
     int recorded_calls = 0;
+    bool listed = false; // named by the scenario (a recorded camera opened it)
 };
 
 // A device whose requests read and write registers held inside it: the Ethernet PHY behind

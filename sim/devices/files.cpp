@@ -9,6 +9,7 @@
 #include "core/descriptors.h"
 #include "core/fault.h"
 #include "core/journal.h"
+#include "core/replay.h"
 #include "core/real.h"
 
 namespace sim
@@ -83,6 +84,8 @@ int Files::open(const std::string &path, int flags)
         std::lock_guard<std::mutex> hold(mutex_);
         script = files_.at(path);
     }
+    if (replay().active() && !script.listed)
+        replay().depart(path, "the library opens it; the recording has no such file opened");
     // The camera's factory files are read-only, and nothing can be created beside them.
     int err = script.open_errno;
     if (err == 0 && !script.content)
@@ -133,6 +136,10 @@ FILE *Files::popen(const std::string &command, const char *mode)
         script = commands_.at(command);
     }
     int err = script.popen_errno;
+    if (replay().active() && !script.listed) {
+        replay().depart(command, "the library runs it; the recording has no such command run");
+        err = EIO;
+    }
     if (err == 0 && (mode == nullptr || mode[0] != 'r'))
         err = EINVAL;
     if (err == 0 && fault_point().fails(Fault::Pipe, [&] { return "popen " + command; }))

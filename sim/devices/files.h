@@ -15,12 +15,14 @@ namespace sim
 struct FileScript {
     std::optional<std::string> content; // nullopt: the file does not exist
     int open_errno = 0;                 // non-zero: opening fails with it
+    bool listed = false;                // named by the scenario (a recorded camera opened it)
 };
 
 struct CommandScript {
     std::string output;  // what the command writes on its standard output
     int exit_status = 0; // its exit code, as pclose reports it (status << 8)
     int popen_errno = 0; // non-zero: popen fails with it
+    bool listed = false; // named by the scenario (a recorded camera ran it)
 };
 
 class Files

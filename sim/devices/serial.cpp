@@ -13,6 +13,7 @@
 #include "core/descriptors.h"
 #include "core/fault.h"
 #include "core/journal.h"
+#include "core/replay.h"
 #include "core/real.h"
 
 namespace sim
@@ -334,10 +335,14 @@ int SerialPorts::open(const std::string &path, int flags)
 {
     Port *port = nullptr;
     int err = 0;
+    bool unrecorded = false;
     {
         std::lock_guard<std::mutex> hold(mutex_);
         const PortScript &script = scripts_.at(path);
         err = !script.present ? ENOENT : script.open_errno;
+        unrecorded = replay().active() && !script.listed;
+        if (unrecorded)
+            err = EIO;
         if (err == 0 && fault_point().fails(Fault::Open, [&] { return "open " + path; }))
             err = EIO; // the UART's driver refuses the line
         if (err == 0) {
@@ -347,6 +352,8 @@ int SerialPorts::open(const std::string &path, int flags)
             port = slot.get();
         }
     }
+    if (unrecorded)
+        replay().depart(path, "the library opens it; the recording has no such port opened");
     int fd = -1;
     if (port != nullptr) {
         fd = port->open_for_product(flags);

@@ -21,6 +21,7 @@ struct PortScript {
     bool present = true;                              // absent: open fails with ENOENT
     int open_errno = 0;                               // non-zero: open fails with it
     std::function<std::unique_ptr<Peer>()> make_peer; // what hangs on the line (none: silence)
+    bool listed = false;                              // named by the scenario (a recorded camera opened it)
 };
 
 class Port final : public TimedSource, public PortLine

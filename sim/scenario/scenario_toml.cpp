@@ -199,7 +199,9 @@ void read_files(const Section &files, Scenario &scenario)
     each_string_or_table(
         files, "the content",
         [&](const std::string &path, const std::string &content) {
-            scenario.files[path] = FileScript{content};
+            FileScript file{content};
+            file.listed = true;
+            scenario.files[path] = file;
         },
         [&](const std::string &path, const Section &entry) {
             entry.only({"content", "from", "absent", "open_errno"});
@@ -208,6 +210,7 @@ void read_files(const Section &files, Scenario &scenario)
             if (entry.boolean("absent").value_or(false))
                 file.content.reset();
             file.open_errno = entry.error_number("open_errno").value_or(0);
+            file.listed = true;
             scenario.files[path] = file;
         });
 }
@@ -219,7 +222,9 @@ void read_commands(const Section &commands, Scenario &scenario)
     each_string_or_table(
         commands, "the output",
         [&](const std::string &command, const std::string &output) {
-            scenario.commands[command] = CommandScript{output};
+            CommandScript script{output};
+            script.listed = true;
+            scenario.commands[command] = script;
         },
         [&](const std::string &command, const Section &entry) {
             entry.only({"output", "from", "status", "fail"});
@@ -227,6 +232,7 @@ void read_commands(const Section &commands, Scenario &scenario)
             script.output = entry.text_or_file("output", "from").value_or("");
             script.exit_status = static_cast<int>(entry.integer_in("status", 0, 255).value_or(0));
             script.popen_errno = entry.error_number("fail").value_or(0);
+            script.listed = true;
             scenario.commands[command] = script;
         });
 }
@@ -253,6 +259,7 @@ void read_devices(const Section &devices, Scenario &scenario)
         const auto entry = devices.table(path);
         entry->only({"absent", "open_errno", "request", "register_file", "recorded"});
         DeviceScript device;
+        device.listed = true;
         for (const Section &recorded : entry->tables("recorded")) {
             recorded.only({"number", "value", "sent", "result", "errno", "bytes"});
             const auto number = recorded.integer_in("number", 0, kUnsignedHighest);
@@ -332,6 +339,7 @@ void read_ports(const Section &ports, Scenario &scenario)
         check_known(ports, value, path, "serial port", kCameraPorts);
         const auto entry = ports.table(path);
         PortScript port;
+        port.listed = true;
         port.present = !entry->boolean("absent").value_or(false);
         port.open_errno = entry->error_number("open_errno").value_or(0);
         if (auto peer = entry->string("peer")) {

@@ -424,7 +424,7 @@ int socket(int domain, int type, int protocol)
 
 int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg)
 {
-    if (!active())
+    if (!active() || !threads().counts(__builtin_return_address(0)))
         return real::pthread_create(thread, attr, start, arg);
     return threads().create(thread, attr, start, arg);
 }

@@ -43,10 +43,16 @@ class Threads
     void reset();
     ThreadScript &script();
     int create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg);
+    // Under a shell that is not the simulator's own (the camera's shell on a PC) only threads
+    // started from the code `counted` accepts are the camera's; the shell's others (its step
+    // watchdog) must not hold simulated time back.
+    void count_only(bool (*counted)(const void *caller)) { counted_ = counted; }
+    bool counts(const void *caller) const { return counted_ == nullptr || counted_(caller); }
 
   private:
     std::mutex mutex_;
     ThreadScript script_;
+    bool (*counted_)(const void *caller) = nullptr;
 };
 
 Threads &threads();

@@ -14,6 +14,7 @@
 #include "core/sim.h"
 #include "number.h"
 #include "platform/platform.h"
+#include "platform/startup.h"
 #include "scenario/scenario.h"
 
 namespace shell::simulated
@@ -24,9 +25,6 @@ namespace
 
 sim::Startup g_startup;
 std::string g_camera_name;
-
-// The shell's serial port list: it lives as long as the shell, as on the camera.
-CliSerialPort g_astPorts[3];
 
 } // namespace
 
@@ -76,41 +74,25 @@ void run_startup(FILE *trace)
 {
     FILE *const console = sim::platform().console();
     sim::platform().set_console(nullptr);
-    const auto step = [&](const char *what, const std::function<long long()> &call) {
-        sim::journal().clear();
-        const long long status = call();
-        if (trace == nullptr)
-            return;
-        for (const sim::Entry &entry : sim::journal().select(sim::Kind::Print)) {
-            std::string line = entry.text;
-            while (!line.empty() && line.back() == '\n')
-                line.pop_back();
-            fprintf(trace, "~ %s startup: %s\n", format_simulated(entry.time).c_str(), line.c_str());
-        }
-        fprintf(trace, "~ %s startup: %s => %lld\n", format_simulated(sim::clock().now()).c_str(), what,
-                status);
-    };
-    // A camera boots with nothing on its link's table: no line, no hub, no device. A shell that
-    // starts the simulated camera again in the same process (the soak) must not hand the previous
-    // camera's line and declarations to the next one.
-    gastComCap = CliComCap{};
-    if (g_startup.product_record)
-        step("CLI_GetProductAllVersion", [] { return static_cast<long long>(CLI_GetProductAllVersion()); });
-    if (g_startup.serial_ports)
-        step("CLI_RsInit", [] { return static_cast<long long>(CLI_RsInit(g_astPorts)); });
-    // The platform declares what it fits on the link by writing the link's table, as a camera's
-    // start-up does.
-    const auto declare = [&](uint32_t type, uint32_t rate, const char *name) {
-        gastComCap.astDev[type].ulSupport = 1;
-        gastComCap.astDev[type].ulRate = rate;
-        if (trace != nullptr)
+    sim::StartupReport report;
+    report.before_step = [] { sim::journal().clear(); };
+    if (trace != nullptr) {
+        report.step = [trace](const char *what, long long status) {
+            for (const sim::Entry &entry : sim::journal().select(sim::Kind::Print)) {
+                std::string line = entry.text;
+                while (!line.empty() && line.back() == '\n')
+                    line.pop_back();
+                fprintf(trace, "~ %s startup: %s\n", format_simulated(entry.time).c_str(), line.c_str());
+            }
+            fprintf(trace, "~ %s startup: %s => %lld\n", format_simulated(sim::clock().now()).c_str(), what,
+                    status);
+        };
+        report.declared = [trace](const char *name, uint32_t rate) {
             fprintf(trace, "~ %s startup: %s declared on the link at %u baud\n",
                     format_simulated(sim::clock().now()).c_str(), name, rate);
-    };
-    if (g_startup.hub)
-        declare(COM_TYPE_HUB, *g_startup.hub, "hub");
-    for (const auto &[type, rate] : g_startup.link_devices)
-        declare(type, rate, type == COM_TYPE_ZIGBEE ? "ZigBee" : type == COM_TYPE_GPS ? "GPS" : "RFID");
+        };
+    }
+    sim::run_startup(g_startup, report);
     sim::journal().clear();
     sim::platform().set_console(console);
 }

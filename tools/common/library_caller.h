@@ -1,89 +1,60 @@
-// Whether a call comes straight from libclidriver: its return address lies in one of the library's
-// loaded segments. The recording layer writes down only the calls the library makes (the shell's
-// own files and reports are no part of the camera's answers), and the simulated camera answers
-// only those. Header-only, so that both can include it without a library of its own.
-//
-// The segments are found once with dl_iterate_phdr (the library is loaded with the shell, before
-// any call can reach us); while the library is not loaded yet, each check looks again.
+// Whether a call comes from libclidriver itself: the recording layer writes down only what the
+// library asked of the camera (not the shell's own files and reports), and the simulated camera
+// under the camera's own shell counts only the library's threads as the camera's. Header only,
+// so that the recording layer and the simulated camera share it without either linking the other.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <link.h>
-#include <mutex>
-#include <vector>
 
 namespace clidriver
 {
 
-class LibraryRanges
+class LibraryCode
 {
   public:
-    // name_part: a piece of the object's file name ("libclidriver.so" matches libclidriver.so.1
-    // and not libclidriver-record.so).
-    explicit LibraryRanges(const char *name_part) : name_part_(name_part) {}
+    // The library is mapped before any constructor or call can ask, so one look at the loaded
+    // objects is enough.
+    LibraryCode() { dl_iterate_phdr(visit, this); }
 
+    // True when `address` (a return address) lies in the library's loaded code.
     bool contains(const void *address)
     {
-        if (!found_.load(std::memory_order_acquire))
-            look();
         const auto at = reinterpret_cast<uintptr_t>(address);
-        for (const Range &range : ranges_)
-            if (at >= range.begin && at < range.end)
+        for (int i = 0; i < count_; ++i)
+            if (at >= begin_[i] && at < end_[i])
                 return true;
         return false;
     }
 
   private:
-    struct Range {
-        uintptr_t begin;
-        uintptr_t end;
-    };
-
-    void look()
+    static int visit(dl_phdr_info *info, size_t, void *data)
     {
-        std::lock_guard<std::mutex> hold(mutex_);
-        if (found_.load(std::memory_order_relaxed))
-            return;
-        std::vector<Range> ranges;
-        struct Search {
-            const char *name_part;
-            std::vector<Range> *ranges;
-        } search{name_part_, &ranges};
-        dl_iterate_phdr(
-            [](dl_phdr_info *info, size_t, void *data) {
-                auto *wanted = static_cast<Search *>(data);
-                const char *name = info->dlpi_name != nullptr ? info->dlpi_name : "";
-                const char *base = strrchr(name, '/');
-                if (strstr(base != nullptr ? base + 1 : name, wanted->name_part) == nullptr)
-                    return 0;
-                for (int i = 0; i < info->dlpi_phnum; ++i) {
-                    const auto &header = info->dlpi_phdr[i];
-                    if (header.p_type == PT_LOAD)
-                        wanted->ranges->push_back({info->dlpi_addr + header.p_vaddr,
-                                                   info->dlpi_addr + header.p_vaddr + header.p_memsz});
-                }
-                return 0;
-            },
-            &search);
-        if (ranges.empty())
-            return;
-        ranges_ = std::move(ranges); // written once, before found_ lets readers in
-        found_.store(true, std::memory_order_release);
+        auto *self = static_cast<LibraryCode *>(data);
+        if (info->dlpi_name == nullptr || strstr(info->dlpi_name, "libclidriver.so") == nullptr)
+            return 0;
+        for (int i = 0; i < info->dlpi_phnum && self->count_ < kMaxSegments; ++i) {
+            const ElfW(Phdr) &segment = info->dlpi_phdr[i];
+            if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0)
+                continue;
+            self->begin_[self->count_] = info->dlpi_addr + segment.p_vaddr;
+            self->end_[self->count_] = info->dlpi_addr + segment.p_vaddr + segment.p_memsz;
+            ++self->count_;
+        }
+        return 1;
     }
-
-    const char *name_part_;
-    std::mutex mutex_;
-    std::atomic<bool> found_{false};
-    std::vector<Range> ranges_;
+    static constexpr int kMaxSegments = 4;
+    int count_ = 0;
+    uintptr_t begin_[kMaxSegments] = {};
+    uintptr_t end_[kMaxSegments] = {};
 };
 
-// The check both layers make: was this return address inside libclidriver?
-inline bool called_by_library(const void *return_address)
+// The one lookup per process.
+inline bool called_from_library(const void *return_address)
 {
-    static LibraryRanges *library = new LibraryRanges("libclidriver.so");
-    return library->contains(return_address);
+    static LibraryCode code;
+    return code.contains(return_address);
 }
 
 } // namespace clidriver

@@ -63,7 +63,7 @@ State &state()
 
 bool recorded(const void *return_address)
 {
-    if (g_finished.load(std::memory_order_acquire) || !clidriver::called_by_library(return_address))
+    if (g_finished.load(std::memory_order_acquire) || !clidriver::called_from_library(return_address))
         return false;
     const int saved = errno;
     fix_epoch();

@@ -6,6 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <set>
+#include <string>
 #include <type_traits>
 
 #include "clidriver/platform.h"
@@ -36,7 +39,13 @@ template <typename T> void collect(PlatformCall &call, const void *&record, size
 // loaded, so this says so once and answers as a failure rather than jump to nothing.
 template <typename R> R missing(const char *name)
 {
-    fprintf(stderr, "clidriver-record: the camera platform has no %s\n", name);
+    static std::mutex mutex;
+    static auto *said = new std::set<std::string>;
+    {
+        std::lock_guard<std::mutex> hold(mutex);
+        if (said->insert(name).second)
+            fprintf(stderr, "clidriver-record: the camera platform has no %s\n", name);
+    }
     if constexpr (std::is_same_v<R, CliAlarmCount *>) {
         static CliAlarmCount none = {};
         return &none;

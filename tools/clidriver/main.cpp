@@ -21,6 +21,8 @@
 #if CLIDRIVER_SHELL_SIMULATED
 #include "scenario/scenario.h"
 #include "simulated.h"
+#else
+#include "recording.h"
 #endif
 
 namespace
@@ -79,6 +81,14 @@ int main(int argc, char **argv)
     app.add_flag("--bare", bare,
                  "Leave the library as loaded: skip the camera's start-up (product record, serial set-up, "
                  "link devices) that the scenario states");
+#else
+    std::string record_folder;
+    CLI::Option *record_option =
+        app.add_option(
+               "--record", record_folder,
+               "Write down what the camera answers to the library's calls in this folder, as a scenario "
+               "the simulated camera replays (DIR/scenario.toml)")
+            ->type_name("DIR");
 #endif
     app.prefix_command(); // everything from the command on is the command's, "-1" included
 
@@ -124,6 +134,13 @@ int main(int argc, char **argv)
             command.front().c_str(), command.front().c_str());
         return 2;
     }
+
+#if !CLIDRIVER_SHELL_SIMULATED
+    if (record_option->count() > 0) {
+        if (const int refused = shell::start_recording(record_folder, argv); refused != 0)
+            return refused;
+    }
+#endif
 
     shell::Hooks hooks;
 #if CLIDRIVER_SHELL_SIMULATED

@@ -223,6 +223,18 @@ void Clock::advance_locked()
     ++generation_;
 }
 
+namespace
+{
+thread_local void (*t_first_wait_hook)(void *) = nullptr;
+thread_local void *t_first_wait_arg = nullptr;
+} // namespace
+
+void Clock::when_first_waiting(void (*hook)(void *), void *arg)
+{
+    t_first_wait_hook = hook;
+    t_first_wait_arg = arg;
+}
+
 WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
 {
     std::unique_lock<std::mutex> lock(mutex_);
@@ -255,6 +267,10 @@ WaitEnd Clock::wait(Nanos deadline, const std::function<bool()> &ready)
         // every participant waits and every waiter has looked at the present state: otherwise
         // one whose condition is already met (bytes arrived, deadline reached) would wake late.
         self.settled = generation_;
+        if (void (*hook)(void *) = t_first_wait_hook) {
+            t_first_wait_hook = nullptr;
+            hook(t_first_wait_arg);
+        }
         if (everyone_settled_locked()) {
             advance_locked();
             if (stopped_) {

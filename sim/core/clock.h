@@ -66,6 +66,10 @@ class Clock
     // The calling thread steps away from the camera for a while (the shell waiting for its
     // operator to type): simulated time stands still for every thread until release(), and a
     // product thread left waiting meanwhile is not taken for a stall.
+    // The calling thread's `hook(arg)` runs once, when the thread first settles into a wait (it
+    // has looked at the present state and must wait for time to move), with the clock's lock held.
+    static void when_first_waiting(void (*hook)(void *), void *arg);
+
     void hold();
     void release();
 

@@ -40,16 +40,22 @@ Nanos Replay::sleep_length(Nanos asked)
     {
         std::lock_guard<std::mutex> hold(mutex_);
         ++sleeps_done_;
-        if (!script_.sleeps.empty() && script_.sleeps.front().first == asked) {
-            const Nanos slept = script_.sleeps.front().second;
-            script_.sleeps.pop_front();
+        // The library's threads (the lamp flasher beside a command) sleep in turns that need not
+        // interleave alike on every run: a sleep takes the next recorded one of its length.
+        const auto same = std::find_if(script_.sleeps.begin(), script_.sleeps.end(),
+                                       [&](const auto &sleep) { return sleep.first == asked; });
+        if (same != script_.sleeps.end()) {
+            const Nanos slept = same->second;
+            script_.sleeps.erase(same);
             return slept;
         }
-        what = "sleep " + std::to_string(sleeps_done_) + " asks for " + std::to_string(asked) + " ns";
-        if (script_.sleeps.empty())
-            what += "; the recording has no more sleeps";
-        else
-            what += "; the recording has " + std::to_string(script_.sleeps.front().first) + " ns";
+        if (script_.sleeps.empty()) {
+            // A thread still sleeping when the recording ended (the flasher at the shell's exit):
+            // nothing was recorded after that, so nothing departs from it.
+            return asked;
+        }
+        what = "sleep " + std::to_string(sleeps_done_) + " asks for " + std::to_string(asked) +
+               " ns; the recording has no sleep of that length left";
     }
     depart("sleeps", what);
     return asked;

@@ -34,8 +34,9 @@ class Replay
 
     // The time the next recorded clock read showed (nanoseconds since boot), if one is left.
     std::optional<Nanos> next_clock_read();
-    // How long a sleep of `asked` lasts: what it took on the camera. A sleep the recording does
-    // not have next is a departure and lasts what was asked.
+    // How long a sleep of `asked` lasts: what the next recorded sleep of that length took on the
+    // camera. One the recording has none of is a departure and lasts what was asked; once every
+    // recorded sleep is used, a sleep is one that outlived the recording and lasts what was asked.
     Nanos sleep_length(Nanos asked);
 
     // Says where the run left the recording; only the first departure at each place is printed,

@@ -9,8 +9,8 @@
 #include "core/descriptors.h"
 #include "core/fault.h"
 #include "core/journal.h"
-#include "core/replay.h"
 #include "core/real.h"
+#include "core/replay.h"
 
 namespace sim
 {

@@ -1,5 +1,9 @@
 #include "devices/wireless.h"
 
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+
 #include <cerrno>
 #include <cstring>
 #include <linux/wireless.h>
@@ -99,17 +103,40 @@ ThreadScript &Threads::script()
 
 namespace
 {
+// A thread being started: its creator goes on only once the new thread has reached its first
+// wait on the clock (or ended). Both would otherwise run at the same simulated instant in
+// whatever order the PC's scheduler picks (the lamp flasher reading its flag before or after the
+// command that sets it), and a run would not repeat itself.
 struct Start {
     void *(*function)(void *);
     void *argument;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool settled = false;
+
+    void settle()
+    {
+        std::lock_guard<std::mutex> hold(mutex);
+        settled = true;
+        changed.notify_all();
+    }
+    // A thread blocked outside the simulation never settles: its creator goes on after a while.
+    void wait_settled()
+    {
+        std::unique_lock<std::mutex> hold(mutex);
+        changed.wait_for(hold, std::chrono::seconds(5), [&] { return settled; });
+    }
 };
 
 // Runs a product thread as a participant of simulated time until it returns.
 void *participant(void *raw)
 {
-    Start start = *static_cast<Start *>(raw);
-    delete static_cast<Start *>(raw);
-    void *result = start.function(start.argument);
+    const std::shared_ptr<Start> start = *static_cast<std::shared_ptr<Start> *>(raw);
+    delete static_cast<std::shared_ptr<Start> *>(raw);
+    Clock::when_first_waiting([](void *starting) { static_cast<Start *>(starting)->settle(); }, start.get());
+    void *result = start->function(start->argument);
+    Clock::when_first_waiting(nullptr, nullptr);
+    start->settle();
     clock().leave();
     return result;
 }
@@ -129,11 +156,16 @@ int Threads::create(pthread_t *thread, const pthread_attr_t *attr, void *(*start
         err = EAGAIN; // no room for another thread
     if (err == 0) {
         clock().join(); // counted before it runs, so time cannot slip past its first wait
-        auto *how = new Start{start, arg};
+        auto starting = std::make_shared<Start>();
+        starting->function = start;
+        starting->argument = arg;
+        auto *how = new std::shared_ptr<Start>(starting);
         err = real::pthread_create(thread, attr, participant, how);
         if (err != 0) {
             delete how;
             clock().leave();
+        } else {
+            starting->wait_settled();
         }
     }
     Entry entry;

@@ -23,7 +23,7 @@ TEST(PortLog, EveryEventIsOneLineInOrder)
     port.opened = true;
     port.events = {
         {PortEvent::Kind::Open, 1200000, {}},
-        {PortEvent::Kind::Write, 1300000, {0x24, 0x50, 0x4D, 0x54, 0x4B, 0x0D, 0x0A}},
+        {PortEvent::Kind::Wrote, 1300000, {0x24, 0x50, 0x4D, 0x54, 0x4B, 0x0D, 0x0A}},
         {PortEvent::Kind::Read, 1812500, {0x24, 0x47, 0x50}},
         {PortEvent::Kind::Close, 90000000, {}},
         {PortEvent::Kind::Open, 95000000000, {}},

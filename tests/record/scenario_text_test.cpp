@@ -100,7 +100,7 @@ Recording sample()
 
     record::Port &link = recording.ports["/dev/ttyC0"];
     link.opened = true;
-    link.events = {{record::PortEvent::Kind::Open, 0, {}}, {record::PortEvent::Kind::Write, 5, {0xFE, 0x00}}};
+    link.events = {{record::PortEvent::Kind::Open, 0, {}}, {record::PortEvent::Kind::Wrote, 5, {0xFE, 0x00}}};
     recording.ports["/dev/ttyS2"].first_open_errno = ENOENT;
 
     recording.wifi.interface = "wlan0";

@@ -250,7 +250,7 @@ ssize_t write(int fd, const void *buffer, size_t count)
     if (written > 0 && port_of(fd, &path)) {
         const auto *bytes = static_cast<const uint8_t *>(buffer);
         state().recording.ports[path].events.push_back(
-            {PortEvent::Kind::Write, when, Bytes(bytes, bytes + written)});
+            {PortEvent::Kind::Wrote, when, Bytes(bytes, bytes + written)});
     }
     return written;
 }

@@ -61,7 +61,10 @@ R platform_call(const char *name, const void *caller, R (*next_op)(A...), std::t
 {
     if (next_op == nullptr)
         return missing<R>(name);
-    if (!recorded(caller))
+    // The platform answers the shell too (the station's header asks it for the product type): a
+    // replay answers every call in order, so every call is written down, whoever made it.
+    (void)caller;
+    if (!recording())
         return next_op(args...);
     PlatformCall call;
     const void *record = nullptr;

@@ -20,23 +20,8 @@ std::string hex_bytes(const Bytes &bytes)
 std::string port_log_text(const std::string &path, const Port &port)
 {
     std::string text = "# " + path + " as the library used it\n";
-    for (const PortEvent &event : port.events) {
-        const std::string time = std::to_string(event.time_ns);
-        switch (event.kind) {
-        case PortEvent::Kind::Open:
-            text += "open " + time + "\n";
-            break;
-        case PortEvent::Kind::Close:
-            text += "close " + time + "\n";
-            break;
-        case PortEvent::Kind::Write:
-            text += "> " + time + " " + hex_bytes(event.bytes) + "\n";
-            break;
-        case PortEvent::Kind::Read:
-            text += "< " + time + " " + hex_bytes(event.bytes) + "\n";
-            break;
-        }
-    }
+    for (const PortEvent &event : port.events)
+        text += sim::port_log_line(event) + "\n";
     return text;
 }
 

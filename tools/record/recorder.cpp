@@ -61,14 +61,19 @@ State &state()
     return *instance;
 }
 
-bool recorded(const void *return_address)
+bool recording()
 {
-    if (g_finished.load(std::memory_order_acquire) || !clidriver::called_from_library(return_address))
+    if (g_finished.load(std::memory_order_acquire))
         return false;
     const int saved = errno;
     fix_epoch();
     errno = saved;
     return true;
+}
+
+bool recorded(const void *return_address)
+{
+    return clidriver::called_from_library(return_address) && recording();
 }
 
 int64_t boot_epoch()

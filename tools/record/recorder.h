@@ -42,6 +42,8 @@ State &state();
 // Whether a call is to be written down: it comes straight from libclidriver (its return address)
 // and the recording has not been written yet. Fixes the timeline's boot epoch at the first one.
 bool recorded(const void *return_address);
+// Whether the recording still takes calls, whoever makes them (the platform's operations).
+bool recording();
 
 // Nanoseconds since the boot epoch on the timeline clock (CLOCK_REALTIME, which the simulated
 // camera runs on simulated time).

@@ -10,18 +10,17 @@
 #include <utility>
 #include <vector>
 
+#include "peripherals/port_log.h"
+
 namespace record
 {
 
 using Bytes = std::vector<uint8_t>;
 
 // One event on a serial port; times in nanoseconds since the boot epoch.
-struct PortEvent {
-    enum class Kind { Open, Write, Read, Close };
-    Kind kind;
-    int64_t time_ns;
-    Bytes bytes;
-};
+// An event on a port, as the port log writes it (the simulated camera's replaying peer reads the
+// same format with the same code).
+using PortEvent = sim::PortEvent;
 
 struct Port {
     std::vector<PortEvent> events;

@@ -84,6 +84,11 @@ TEST(Limits, EachOperatorOnText)
     EXPECT_FALSE(keeps("chip in HI3516A|HI3516D", "chip", "HI3518E"));
     EXPECT_TRUE(keeps("chip ~ \"^HI35\"", "chip", "HI3516A"));
     EXPECT_FALSE(keeps("chip ~ \"^HI35\"", "chip", "hi3516a"));
+    // Nested repetition: a backtracking matcher would try 2^40 ways before saying no; this one
+    // answers at once (found by fuzzing, where it stalled the run).
+    EXPECT_FALSE(keeps("chip ~ \"a****************************************b\"", "chip",
+                       "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"));
+    EXPECT_TRUE(keeps("chip ~ \"A**$\"", "chip", "HI3516A"));
     EXPECT_TRUE(keeps("chip = \"a, b\"", "chip", "a, b")) << "a quoted value keeps its comma and blank";
 }
 
@@ -145,6 +150,9 @@ TEST(Limits, MistakesAreRefusedWithTheirReason)
     EXPECT_EQ(refusal(", chip in A..B"), "chip is text: a range needs a number");
     EXPECT_EQ(refusal(", chip >= A"), "chip is text: compare it with =, !=, in or ~");
     EXPECT_EQ(refusal(", chip ~ ("), "'(' is not a regular expression");
+    EXPECT_EQ(refusal(", chip ~ \"(A)\\1\""), "'(A)\\1': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"A{1000}{1000}\""),
+              "'A{1000}{1000}': a pattern takes no back-references and must stay small");
     EXPECT_EQ(refusal(", chip = \"open"), "a quote is not closed");
     EXPECT_EQ(refusal(", retry"), "retry takes a count: retry 2");
     EXPECT_EQ(refusal(", retry 101").substr(0, 7), "retry: ");

@@ -108,9 +108,15 @@ std::string read_limit(const std::vector<Token> &clause, const std::vector<Quant
     limit.written = clause[1].text + " " + (clause[2].quoted ? "\"" + value + "\"" : value);
     const bool numeric = quantity->kind != Kind::Text;
     if (limit.op == Limit::Op::Pattern) {
+        // Matched breadth first (libstdc++'s polynomial mode): a backtracking matcher takes
+        // for ever on nested repetition ("a**b", a typo away from "a*b") and would stall the
+        // station on a text that does not match. That mode takes no back-references.
         try {
-            limit.pattern = std::regex(value, std::regex::ECMAScript);
-        } catch (const std::regex_error &) {
+            limit.pattern = std::regex(value, std::regex::ECMAScript | std::regex_constants::__polynomial);
+        } catch (const std::regex_error &error) {
+            if (error.code() == std::regex_constants::error_complexity ||
+                error.code() == std::regex_constants::error_space)
+                return "'" + value + "': a pattern takes no back-references and must stay small";
             return "'" + value + "' is not a regular expression";
         }
         limit.values = {value};

@@ -38,16 +38,14 @@ std::vector<std::string_view> words_of(std::string_view line)
 
 bool read_time(std::string_view word, int64_t &time)
 {
-    if (word.empty() || word.size() > 19)
+    if (word.empty())
         return false;
     int64_t value = 0;
     for (const char c : word) {
-        if (c < '0' || c > '9')
-            return false;
+        if (c < '0' || c > '9' || value > (kLatest - (c - '0')) / 10)
+            return false; // not a digit, or later than any run
         value = value * 10 + (c - '0');
     }
-    if (value > kLatest)
-        return false;
     time = value;
     return true;
 }

@@ -11,6 +11,8 @@
 #   CAMERA_SHELL, PC_SHELL, SIM, RECORDER   the programs and preloaded libraries
 #   EMULATOR    the command in front of the programs (qemu-arm ...), "|"-separated
 #   SCENARIO    the original camera; SCRIPT the station script; WORK a fresh folder
+#   OTHER_SCRIPT, DEPARTURE   optionally, a script that asks the recorded camera something else,
+#               and the departure line (a regular expression) its replay must say, exiting 1
 string(REPLACE "|" ";" emulator "${EMULATOR}")
 file(REMOVE_RECURSE "${WORK}")
 file(MAKE_DIRECTORY "${WORK}")
@@ -82,6 +84,19 @@ endif()
 if(NOT EXPECTED_EXIT STREQUAL "" AND NOT recorded_code STREQUAL EXPECTED_EXIT)
     message(SEND_ERROR "the recorded run exits ${recorded_code}, expected ${EXPECTED_EXIT}")
     set(failed TRUE)
+endif()
+if(OTHER_SCRIPT)
+    execute_process(COMMAND ${emulator} ${PC_SHELL} --scenario ${recording}/scenario.toml ${OTHER_SCRIPT}
+                    RESULT_VARIABLE code OUTPUT_VARIABLE text ERROR_VARIABLE err)
+    if(NOT "${text}${err}" MATCHES "${DEPARTURE}")
+        message(SEND_ERROR "a run that asks something else does not say where it departs "
+                           "(${DEPARTURE}):\n${text}${err}")
+        set(failed TRUE)
+    endif()
+    if(NOT code STREQUAL "1")
+        message(SEND_ERROR "a run that departs from the recording exits ${code}, not 1")
+        set(failed TRUE)
+    endif()
 endif()
 if(failed)
     message(FATAL_ERROR "recording in ${recording}")

@@ -150,7 +150,8 @@ TEST(Limits, MistakesAreRefusedWithTheirReason)
     EXPECT_EQ(refusal(", chip in A..B"), "chip is text: a range needs a number");
     EXPECT_EQ(refusal(", chip >= A"), "chip is text: compare it with =, !=, in or ~");
     EXPECT_EQ(refusal(", chip ~ ("), "'(' is not a regular expression");
-    EXPECT_EQ(refusal(", chip ~ \"(A)\\1\""), "'(A)\\1': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"(A)\\1\""),
+              "'(A)\\1': a pattern takes no back-references and must stay small");
     EXPECT_EQ(refusal(", chip ~ \"A{1000}{1000}\""),
               "'A{1000}{1000}': a pattern takes no back-references and must stay small");
     EXPECT_EQ(refusal(", chip = \"open"), "a quote is not closed");

@@ -10,6 +10,7 @@
 #include "clidriver/platform.h"
 #include "core/journal.h"
 #include "peripherals/port_log.h"
+#include "peripherals/recording_peer.h"
 #include "scenario/scenario.h"
 #include "sim_fixture.h"
 
@@ -170,6 +171,8 @@ TEST(PortLog, MistakesNameTheirLine)
         {"open\n", "line 1: expected a time in nanoseconds after \"open\""},
         {"open -5\n", "line 1: expected a time in nanoseconds after \"open\""},
         {"open 99999999999999999999\n", "line 1: expected a time in nanoseconds after \"open\""},
+        {"open 9999999999999999999\n", "line 1: expected a time in nanoseconds after \"open\""},
+        {"open 2305843009213693952\n", "line 1: expected a time in nanoseconds after \"open\""},
         {"open 10\nclose 9\n", "line 2: the time goes back (9 after 10)"},
         {"open 10 24\n", "line 1: \"open\" takes only a time"},
         {"> 10\n", "line 1: a write or read carries at least one byte"},
@@ -182,6 +185,59 @@ TEST(PortLog, MistakesNameTheirLine)
         EXPECT_EQ(log.error, row.error) << row.text;
         EXPECT_TRUE(log.events.empty()) << row.text;
     }
+}
+
+constexpr const char *kLinkLog = "open 0\n"
+                                 "> 100 41 42\n"
+                                 "< 200 43\n"
+                                 "> 300 44\n"
+                                 "< 400 45\n"
+                                 "< 400 46\n"
+                                 "close 500\n";
+
+TEST_F(RecordedCamera, APortSendsWhatWasReadOnceWhatWasWrittenBeforeItIsWrittenAgain)
+{
+    replay("[recording]\n");
+    sim::RecordingPeer peer("/dev/ttyS1", sim::read_port_log(kLinkLog));
+    EXPECT_EQ(peer.next_send(), sim::kNever) << "nothing is read before the library writes 41 42";
+    peer.receive({0x41}, 100);
+    EXPECT_EQ(peer.next_send(), sim::kNever) << "half a write";
+    peer.receive({0x42}, 100);
+    EXPECT_EQ(peer.next_send(), 200);
+    EXPECT_EQ(peer.take(200), (std::vector<uint8_t>{0x43}));
+    EXPECT_EQ(peer.next_send(), sim::kNever);
+    peer.receive({0x44}, 300);
+    EXPECT_EQ(peer.next_send(), 400);
+    EXPECT_EQ(peer.take(400), (std::vector<uint8_t>{0x45, 0x46})) << "pieces read at one time go together";
+    EXPECT_TRUE(departures().empty());
+    peer.receive({0x47}, 600);
+    EXPECT_EQ(departures(),
+              (std::vector<std::string>{"replay: departs from the recording: /dev/ttyS1: write 4 "
+                                        "sends 47; the recording has nothing more on this port"}));
+}
+
+TEST_F(RecordedCamera, APortWriteThatDiffersIsADepartureAndTheLineGoesSilent)
+{
+    replay("[recording]\n");
+    sim::RecordingPeer peer("/dev/ttyS1", sim::read_port_log(kLinkLog));
+    peer.receive({0x41, 0x58}, 100);
+    EXPECT_EQ(departures(),
+              (std::vector<std::string>{"replay: departs from the recording: /dev/ttyS1: write 1 "
+                                        "sends 41 58 where the recording has 41 42"}));
+    EXPECT_EQ(peer.next_send(), sim::kNever);
+    peer.receive({0x44}, 300);
+    EXPECT_EQ(peer.next_send(), sim::kNever) << "after a departure nothing is answered";
+}
+
+TEST_F(RecordedCamera, APortWriteBeforeWhatTheCameraReadFirstIsADeparture)
+{
+    replay("[recording]\n");
+    sim::RecordingPeer peer("/dev/ttyS1", sim::read_port_log(kLinkLog));
+    peer.receive({0x41, 0x42}, 100);
+    peer.receive({0x44}, 150);
+    EXPECT_EQ(departures(),
+              (std::vector<std::string>{"replay: departs from the recording: /dev/ttyS1: write 2 "
+                                        "sends 44 where the recording has the camera read 43 first"}));
 }
 
 TEST_F(RecordedCamera, APortWithoutItsLogIsRefused)

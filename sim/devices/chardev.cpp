@@ -67,8 +67,12 @@ int Devices::open(const std::string &path, int flags)
     bool unrecorded = false;
     {
         std::lock_guard<std::mutex> hold(mutex_);
-        const DeviceScript &device = devices_.at(path);
+        DeviceScript &device = devices_.at(path);
         err = !device.present ? ENOENT : device.open_errno;
+        if (!device.opens.empty()) {
+            err = device.opens.front();
+            device.opens.pop_front();
+        }
         unrecorded = replay().active() && !device.listed;
     }
     if (unrecorded) {

@@ -64,7 +64,8 @@ struct DeviceScript {
     std::map<unsigned long, RequestScript> requests;
     std::deque<RecordedRequest> recorded; // a recorded camera: every request in order, nothing else
     int recorded_calls = 0;
-    bool listed = false; // named by the scenario (a recorded camera opened it)
+    bool listed = false;   // named by the scenario (a recorded camera opened it)
+    std::deque<int> opens; // the coming opens' outcomes (0 opens), before the standing one
 };
 
 // A device whose requests read and write registers held inside it: the Ethernet PHY behind

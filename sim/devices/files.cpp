@@ -82,8 +82,13 @@ int Files::open(const std::string &path, int flags)
     FileScript script;
     {
         std::lock_guard<std::mutex> hold(mutex_);
-        script = files_.at(path);
+        FileScript &held = files_.at(path);
+        script = held;
+        if (!held.opens.empty())
+            held.opens.pop_front();
     }
+    if (!script.opens.empty()) // this open's own outcome: the content stays the file's
+        script.open_errno = script.opens.front();
     if (replay().active() && !script.listed)
         replay().depart(path, "the library opens it; the recording has no such file opened");
     // The camera's factory files are read-only, and nothing can be created beside them.

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdio>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -16,6 +17,7 @@ struct FileScript {
     std::optional<std::string> content; // nullopt: the file does not exist
     int open_errno = 0;                 // non-zero: opening fails with it
     bool listed = false;                // named by the scenario (a recorded camera opened it)
+    std::deque<int> opens;              // the coming opens' outcomes (0 opens), before the standing one
 };
 
 struct CommandScript {

@@ -338,8 +338,12 @@ int SerialPorts::open(const std::string &path, int flags)
     bool unrecorded = false;
     {
         std::lock_guard<std::mutex> hold(mutex_);
-        const PortScript &script = scripts_.at(path);
+        PortScript &script = scripts_.at(path);
         err = !script.present ? ENOENT : script.open_errno;
+        if (!script.opens.empty()) {
+            err = script.opens.front();
+            script.opens.pop_front();
+        }
         unrecorded = replay().active() && !script.listed;
         if (unrecorded)
             err = EIO;

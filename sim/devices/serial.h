@@ -3,6 +3,7 @@
 // master end. Select time-outs on these ports run on the simulated clock.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,6 +23,7 @@ struct PortScript {
     int open_errno = 0;                               // non-zero: open fails with it
     std::function<std::unique_ptr<Peer>()> make_peer; // what hangs on the line (none: silence)
     bool listed = false;                              // named by the scenario (a recorded camera opened it)
+    std::deque<int> opens; // the coming opens' outcomes (0 opens), before the standing one
 };
 
 class Port final : public TimedSource, public PortLine

@@ -7,7 +7,7 @@ namespace sim
 
 MakePeer load_recording_peer(const Section &port)
 {
-    port.only({"peer", "log", "absent", "open_errno"});
+    port.only({"peer", "log", "absent", "open_errno", "opens"});
     const auto text = port.file_text("log");
     if (!text)
         port.fail("log", "a recorded port needs its log (the file the recording wrote beside the scenario)");

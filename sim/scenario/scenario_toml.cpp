@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <deque>
 #include <set>
 #include <sstream>
 
@@ -192,6 +193,28 @@ void read_control_board(const Section &board, Scenario &scenario)
     }
 }
 
+// The outcome of each coming open, in order: 0 (it opens) or an errno ("EBUSY"), as a recorded
+// camera's opens went. After them, the standing answer.
+std::deque<int> read_opens(const Section &entry)
+{
+    std::deque<int> opens;
+    const toml::node *node = entry.raw().get("opens");
+    if (node == nullptr)
+        return opens;
+    const toml::array *array = node->as_array();
+    if (array == nullptr)
+        entry.fail_at(*node, "opens", "expected an array of outcomes: 0, or an errno name such as \"EBUSY\"");
+    for (const toml::node &item : *array) {
+        if (item.is_integer() && *item.value<int64_t>() >= 0 && *item.value<int64_t>() < 4096)
+            opens.push_back(static_cast<int>(*item.value<int64_t>()));
+        else if (auto number = item.is_string() ? errno_from_name(*item.value<std::string>()) : std::nullopt)
+            opens.push_back(*number);
+        else
+            entry.fail_at(item, "opens", "expected 0 or an errno name such as \"EBUSY\"");
+    }
+    return opens;
+}
+
 void read_files(const Section &files, Scenario &scenario)
 {
     for (const auto &[key, value] : files.raw())
@@ -204,8 +227,9 @@ void read_files(const Section &files, Scenario &scenario)
             scenario.files[path] = file;
         },
         [&](const std::string &path, const Section &entry) {
-            entry.only({"content", "from", "absent", "open_errno"});
+            entry.only({"content", "from", "absent", "open_errno", "opens"});
             FileScript file;
+            file.opens = read_opens(entry);
             file.content = entry.text_or_file("content", "from");
             if (entry.boolean("absent").value_or(false))
                 file.content.reset();
@@ -257,8 +281,9 @@ void read_devices(const Section &devices, Scenario &scenario)
         const std::string path(key.str());
         check_known(devices, value, path, "character device", kCameraDevices);
         const auto entry = devices.table(path);
-        entry->only({"absent", "open_errno", "request", "register_file", "recorded"});
+        entry->only({"absent", "open_errno", "opens", "request", "register_file", "recorded"});
         DeviceScript device;
+        device.opens = read_opens(*entry);
         device.listed = true;
         for (const Section &recorded : entry->tables("recorded")) {
             recorded.only({"number", "value", "sent", "result", "errno", "bytes"});
@@ -340,6 +365,7 @@ void read_ports(const Section &ports, Scenario &scenario)
         const auto entry = ports.table(path);
         PortScript port;
         port.listed = true;
+        port.opens = read_opens(*entry);
         port.present = !entry->boolean("absent").value_or(false);
         port.open_errno = entry->error_number("open_errno").value_or(0);
         if (auto peer = entry->string("peer")) {
@@ -352,7 +378,7 @@ void read_ports(const Section &ports, Scenario &scenario)
             }
             port.make_peer = loader(*entry);
         } else {
-            entry->only({"absent", "open_errno"});
+            entry->only({"absent", "open_errno", "opens"});
         }
         scenario.ports[path] = port;
     }

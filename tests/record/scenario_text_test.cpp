@@ -95,8 +95,15 @@ Recording sample()
     probe.result = -1;
     probe.error = EIO;
     cpld.requests.push_back(probe);
+    cpld.opens = {0, 0};
     recording.devices["/dev/gyro"].first_open_errno = ENOENT;
+    recording.devices["/dev/gyro"].opens = {ENOENT, ENOENT};
     recording.devices["/dev/motor"].first_open_errno = EBUSY;
+    // The lens driver busy at first, free at the second try.
+    record::Device &gpio = recording.devices["/dev/gpioDev"];
+    gpio.opened = true;
+    gpio.first_open_errno = EBUSY;
+    gpio.opens = {EBUSY, 0};
 
     record::Port &link = recording.ports["/dev/ttyC0"];
     link.opened = true;
@@ -211,6 +218,14 @@ TEST_F(RenderedScenario, DeviceRequestsInOrder)
     EXPECT_FALSE(second["sent"]);
     EXPECT_TRUE(scenario["devices"]["/dev/gyro"]["absent"].value_or(false));
     EXPECT_EQ(scenario["devices"]["/dev/motor"]["open_errno"].value_or(std::string()), "EBUSY");
+    EXPECT_FALSE(scenario["devices"]["/dev/cpld_drv"]["opens"]) << "opens that all went alike need no list";
+    EXPECT_FALSE(scenario["devices"]["/dev/gyro"]["opens"]);
+    const toml::array *opens = scenario["devices"]["/dev/gpioDev"]["opens"].as_array();
+    ASSERT_NE(opens, nullptr);
+    ASSERT_EQ(opens->size(), 2U);
+    EXPECT_EQ((*opens)[0].value_or(std::string()), "EBUSY");
+    EXPECT_EQ((*opens)[1].value_or(-1LL), 0LL);
+    EXPECT_FALSE(scenario["devices"]["/dev/gpioDev"]["open_errno"]);
 }
 
 TEST_F(RenderedScenario, PortsNameTheirLogs)

@@ -3,6 +3,7 @@
 // recording does not have, the replay says where and fails the call instead of answering.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -75,6 +76,22 @@ TEST_F(RecordedCamera, ARequestTheRecordingDoesNotHaveNextIsADeparture)
     const auto ioctls = call.of(sim::Kind::Ioctl);
     ASSERT_EQ(ioctls.size(), 1u);
     EXPECT_EQ(ioctls[0].result, -1);
+}
+
+TEST_F(RecordedCamera, OpensGoAsRecordedOneByOne)
+{
+    std::string text = kCpld;
+    text.replace(text.find("[[devices"), 0, "[devices.\"/dev/cpld_drv\"]\nopens = [\"EBUSY\", 0]\n");
+    replay(text);
+    const clitest::Call busy = run([] { return Cli_GetVersion_CPLD(); });
+    EXPECT_NE(busy.status, 0);
+    ASSERT_EQ(busy.of(sim::Kind::Open).size(), 1u);
+    EXPECT_EQ(busy.of(sim::Kind::Open)[0].err, EBUSY);
+    const clitest::Call free = run([] { return Cli_GetVersion_CPLD(); });
+    EXPECT_EQ(free.status, 0);
+    EXPECT_EQ(free.messages(),
+              (std::vector<std::string>{" INFO Cli_GetVersion_CPLD: CPLD                : 012"}));
+    EXPECT_TRUE(departures().empty());
 }
 
 TEST_F(RecordedCamera, ARecordDifferentFromTheOneRecordedIsADeparture)

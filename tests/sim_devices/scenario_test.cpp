@@ -749,7 +749,7 @@ const Mistake kMistakes[] = {
      "bad.toml:2: commands.lsusb: expected the output (a string) or a table"},
     {"unknown key in a file", "[files]\n\"/tmp/epon_dev_info\" = { contents = \"a\" }\n",
      "bad.toml:2: files./tmp/epon_dev_info.contents: unknown key (expected one of: content, from, absent, "
-     "open_errno)"},
+     "open_errno, opens)"},
     {"from a file that does not exist", "[files]\n\"/tmp/epon_dev_info\" = { from = \"missing.txt\" }\n",
      "bad.toml:2: files./tmp/epon_dev_info.from: cannot read {dir}/missing.txt"},
     {"content given twice", "[files]\n\"/tmp/epon_dev_info\" = { content = \"a\", from = \"v.txt\" }\n",
@@ -760,7 +760,7 @@ const Mistake kMistakes[] = {
      "bad.toml:2: ports./dev/ttyS1.peer: no peripheral called \"modem\" (known: script, hub, gps, box, rfid, "
      "zigbee, ir_lamp, light_sensor, recording)"},
     {"peer option on a port without a peer", "[ports.\"/dev/ttyS1\"]\nmode = \"silent\"\n",
-     "bad.toml:2: ports./dev/ttyS1.mode: unknown key (expected one of: absent, open_errno)"},
+     "bad.toml:2: ports./dev/ttyS1.mode: unknown key (expected one of: absent, open_errno, opens)"},
     {"unknown peer mode", "[ports.\"/dev/ttyS1\"]\npeer = \"script\"\nmode = \"chatty\"\n",
      "bad.toml:3: ports./dev/ttyS1.mode: expected normal, silent, garbage or trickle"},
     {"rule without its bytes",

@@ -51,6 +51,7 @@ void note_open(const char *path, int fd, int error, int64_t when)
     std::lock_guard<std::mutex> hold(state().mutex);
     if (is_port_path(path)) {
         Port &port = state().recording.ports[path];
+        port.opens.push_back(fd < 0 ? error : 0);
         if (fd < 0) {
             if (!port.opened && port.first_open_errno == 0)
                 port.first_open_errno = error;
@@ -63,6 +64,7 @@ void note_open(const char *path, int fd, int error, int64_t when)
         return;
     }
     Device &device = state().recording.devices[path];
+    device.opens.push_back(fd < 0 ? error : 0);
     if (fd < 0) {
         if (!device.opened && device.first_open_errno == 0)
             device.first_open_errno = error;

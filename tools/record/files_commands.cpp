@@ -68,13 +68,21 @@ FILE *recorded_fopen(FILE *(*next_fopen)(const char *, const char *), const void
         return next_fopen(path, mode);
     FILE *stream = next_fopen(path, mode);
     KeepErrno keep;
-    FileSeen seen;
-    if (stream == nullptr)
-        seen.open_errno = errno;
-    else
-        seen.content = file_content(stream, path);
+    const int error = stream == nullptr ? errno : 0;
+    Bytes content;
+    if (stream != nullptr)
+        content = file_content(stream, path);
     std::lock_guard<std::mutex> hold(state().mutex);
-    state().recording.files.emplace(path, std::move(seen)); // the first opening's outcome is kept
+    const bool first = state().recording.files.count(path) == 0;
+    FileSeen &seen = state().recording.files[path];
+    seen.opens.push_back(error);
+    // The content is the first opening's that worked; the first failure stands for a file never opened.
+    if (stream != nullptr && (first || seen.open_errno != 0)) {
+        seen.content = std::move(content);
+        seen.open_errno = 0;
+    } else if (stream == nullptr && first) {
+        seen.open_errno = error;
+    }
     return stream;
 }
 

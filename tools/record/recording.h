@@ -26,6 +26,7 @@ struct Port {
     std::vector<PortEvent> events;
     bool opened = false;      // at least one open worked
     int first_open_errno = 0; // the error of the first open that failed, 0 if none did
+    std::vector<int> opens;   // every open's outcome in order: 0 opened, else its errno
 };
 
 // One request on a character device.
@@ -41,13 +42,16 @@ struct Request {
 struct Device {
     bool opened = false;
     int first_open_errno = 0;
+    std::vector<int> opens; // every open's outcome in order: 0 opened, else its errno
     std::vector<Request> requests;
 };
 
-// A plain file the library opened for reading: the first opening's outcome.
+// A plain file the library opened for reading: the content of its first opening that worked, and
+// every opening's outcome in order (0 opened, else its errno).
 struct FileSeen {
     int open_errno = 0; // ENOENT: absent
     Bytes content;
+    std::vector<int> opens;
 };
 
 // A command the library ran through popen: the first run's outcome.

@@ -1,9 +1,11 @@
 #include "scenario_text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 
 #include "port_log.h"
 
@@ -103,6 +105,18 @@ std::string side_name(const std::string &folder, const std::string &what, size_t
     return folder + "/" + std::to_string(index) + "-" + name;
 }
 
+// Opens that did not all end alike (a driver busy once, then free) are written one by one; the
+// standing answer after them is that of the last.
+void open_outcomes(std::string &out, const std::vector<int> &opens)
+{
+    if (std::adjacent_find(opens.begin(), opens.end(), std::not_equal_to<>()) == opens.end())
+        return;
+    out += "opens = [";
+    for (size_t i = 0; i < opens.size(); ++i)
+        out += (i == 0 ? "" : ", ") + (opens[i] == 0 ? std::string("0") : errno_value(opens[i]));
+    out += "]\n";
+}
+
 void open_failure(std::string &out, int error)
 {
     if (error == ENOENT)
@@ -200,6 +214,7 @@ Rendered render(const Recording &recording, const std::string &capture_name)
             open_failure(out, file.open_errno);
         else
             content_keys(out, rendered, "content", file.content, side_name("files", path, ++side_index));
+        open_outcomes(out, file.opens);
     }
 
     for (const auto &[command, seen] : recording.commands) {
@@ -214,6 +229,7 @@ Rendered render(const Recording &recording, const std::string &capture_name)
 
     for (const auto &[path, device] : recording.devices) {
         out += "\n[devices." + toml_string(path) + "]\n";
+        open_outcomes(out, device.opens);
         if (!device.opened) {
             open_failure(out, device.first_open_errno);
             continue;
@@ -235,6 +251,7 @@ Rendered render(const Recording &recording, const std::string &capture_name)
 
     for (const auto &[path, port] : recording.ports) {
         out += "\n[ports." + toml_string(path) + "]\n";
+        open_outcomes(out, port.opens);
         if (!port.opened) {
             open_failure(out, port.first_open_errno);
             continue;

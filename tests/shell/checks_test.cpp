@@ -154,6 +154,16 @@ TEST(Limits, MistakesAreRefusedWithTheirReason)
               "'(A)\\1': a pattern takes no back-references and must stay small");
     EXPECT_EQ(refusal(", chip ~ \"A{1000}{1000}\""),
               "'A{1000}{1000}': a pattern takes no back-references and must stay small");
+    // Numbers too long for the pattern compiler to read without overflowing (found by fuzzing).
+    EXPECT_EQ(refusal(", chip ~ \"A\\5555555555555555555555\""),
+              "'A\\5555555555555555555555': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"A{99999999999999999999}\""),
+              "'A{99999999999999999999}': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"A{2,99999}\""),
+              "'A{2,99999}': a pattern takes no back-references and must stay small");
+    EXPECT_TRUE(keeps("chip ~ \"^HI\\d{4}[AD]$\"", "chip", "HI3516A"))
+        << "counts and escapes of a plain pattern";
+    EXPECT_TRUE(keeps("chip ~ \"\\{9999999\"", "chip", "{9999999")) << "an escaped brace is a brace";
     EXPECT_EQ(refusal(", chip = \"open"), "a quote is not closed");
     EXPECT_EQ(refusal(", retry"), "retry takes a count: retry 2");
     EXPECT_EQ(refusal(", retry 101").substr(0, 7), "retry: ");

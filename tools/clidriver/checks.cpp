@@ -90,6 +90,31 @@ std::string names_of(const std::vector<Quantity> &measured)
     return names.empty() ? "none" : names;
 }
 
+// What std::regex must not be handed: a back-reference (the breadth-first matcher takes none) and
+// a repetition count too large to hold (libstdc++ reads the digits of "\5555..." and "{99999...}"
+// into a long without a bound, which overflows). Empty when the pattern may go on to be compiled.
+std::string pattern_refusal(const std::string &pattern)
+{
+    constexpr size_t kLongestCount = 4; // counts up to 9999; more would exceed the matcher's states anyway
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] == '\\' && i + 1 < pattern.size()) {
+            if (pattern[i + 1] >= '1' && pattern[i + 1] <= '9')
+                return "'" + pattern + "': a pattern takes no back-references and must stay small";
+            ++i; // an escaped character stands for itself
+            continue;
+        }
+        if (pattern[i] != '{')
+            continue;
+        size_t digits = 0;
+        for (size_t k = i + 1; k < pattern.size() && pattern[k] != '}'; ++k) {
+            digits = pattern[k] >= '0' && pattern[k] <= '9' ? digits + 1 : 0;
+            if (digits > kLongestCount)
+                return "'" + pattern + "': a pattern takes no back-references and must stay small";
+        }
+    }
+    return {};
+}
+
 std::string read_limit(const std::vector<Token> &clause, const std::vector<Quantity> &measured, Limit &limit)
 {
     if (clause.size() != 3)
@@ -111,6 +136,8 @@ std::string read_limit(const std::vector<Token> &clause, const std::vector<Quant
         // Matched breadth first (libstdc++'s polynomial mode): a backtracking matcher takes
         // for ever on nested repetition ("a**b", a typo away from "a*b") and would stall the
         // station on a text that does not match. That mode takes no back-references.
+        if (std::string refusal = pattern_refusal(value); !refusal.empty())
+            return refusal;
         try {
             limit.pattern = std::regex(value, std::regex::ECMAScript | std::regex_constants::__polynomial);
         } catch (const std::regex_error &error) {

@@ -89,6 +89,23 @@ int recorded_open(const char *name, const void *caller, const char *path, int fl
     return fd;
 }
 
+// openat and openat64: only absolute paths name the camera's devices and ports.
+int recorded_openat(const char *name, const void *caller, int dirfd, const char *path, int flags, mode_t mode)
+{
+    using OpenAt = int (*)(int, const char *, int, ...);
+    static const auto next_openat = next<OpenAt>("openat");
+    static const auto next_openat64 = next<OpenAt>("openat64");
+    const auto chosen = strcmp(name, "openat64") == 0 ? next_openat64 : next_openat;
+    if (!recorded(caller))
+        return chosen(dirfd, path, flags, mode);
+    const int64_t when = now_ns();
+    const int fd = chosen(dirfd, path, flags, mode);
+    KeepErrno keep;
+    if (given(path) && path[0] == '/')
+        note_open(path, fd, errno, when);
+    return fd;
+}
+
 // The port a descriptor of the library is open on, if it is one.
 bool port_of(int fd, std::string *path)
 {
@@ -135,38 +152,20 @@ int open64(const char *path, int flags, ...)
 
 int openat(int dirfd, const char *path, int flags, ...)
 {
-    using OpenAt = int (*)(int, const char *, int, ...);
-    static const auto next_openat = next<OpenAt>("openat");
     va_list args;
     va_start(args, flags);
     const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
     va_end(args);
-    if (!recorded(__builtin_return_address(0)))
-        return next_openat(dirfd, path, flags, mode);
-    const int64_t when = now_ns();
-    const int fd = next_openat(dirfd, path, flags, mode);
-    KeepErrno keep;
-    if (given(path) && path[0] == '/')
-        note_open(path, fd, errno, when);
-    return fd;
+    return recorded_openat("openat", __builtin_return_address(0), dirfd, path, flags, mode);
 }
 
 int openat64(int dirfd, const char *path, int flags, ...)
 {
-    using OpenAt = int (*)(int, const char *, int, ...);
-    static const auto next_openat = next<OpenAt>("openat64");
     va_list args;
     va_start(args, flags);
     const mode_t mode = static_cast<mode_t>(mode_argument(flags, args));
     va_end(args);
-    if (!recorded(__builtin_return_address(0)))
-        return next_openat(dirfd, path, flags, mode);
-    const int64_t when = now_ns();
-    const int fd = next_openat(dirfd, path, flags, mode);
-    KeepErrno keep;
-    if (given(path) && path[0] == '/')
-        note_open(path, fd, errno, when);
-    return fd;
+    return recorded_openat("openat64", __builtin_return_address(0), dirfd, path, flags, mode);
 }
 
 // The fortified forms of open that _FORTIFY_SOURCE builds call.

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "core/clock.h"
+#include "core/hex_digit.h"
 
 namespace sim
 {
@@ -29,17 +30,6 @@ constexpr int kAckDone = 3;
 
 // A line the product sends longer than this is not a command; only its end is kept.
 constexpr size_t kLongestCommand = 4096;
-
-int hex_digit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
-}
 
 bool system_talker(const std::string &sentence)
 {

@@ -1,5 +1,7 @@
 #include "peripherals/port_log.h"
 
+#include "core/hex_digit.h"
+
 namespace sim
 {
 
@@ -7,17 +9,6 @@ namespace
 {
 
 constexpr int64_t kLatest = INT64_MAX / 4; // far beyond any run, and safe to add time to
-
-int hex_digit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
-}
 
 // Splits at spaces and tabs.
 std::vector<std::string_view> words_of(std::string_view line)

@@ -389,26 +389,6 @@ std::string last_error(const Outcome &outcome)
     return "";
 }
 
-// Up to `most` of the steps 1..count, spread evenly, the first and the last always among them.
-std::vector<int> steps(int count, int most)
-{
-    std::vector<int> chosen;
-    if (count <= most) {
-        for (int step = 1; step <= count; ++step)
-            chosen.push_back(step);
-        return chosen;
-    }
-    for (int i = 0; i < most; ++i)
-        chosen.push_back(1 + static_cast<int>(static_cast<long long>(i) * (count - 1) / (most - 1)));
-    chosen.erase(std::unique(chosen.begin(), chosen.end()), chosen.end());
-    return chosen;
-}
-
-// Steps a run of each kind tries at most: every operation of a command fails in turn; a command
-// that makes more (a sniff's capture reads, a stream of GPS sentences) has them sampled evenly.
-constexpr int kMostSystemSteps = 48;
-constexpr int kMostPeerSteps = 12;
-
 // COUNTDOWN_SHOW=1 prints what each run did, to write a row from (checked against the rules,
 // never copied blindly).
 void show(const char *command, const std::string &step, const Outcome &run)
@@ -502,7 +482,7 @@ TEST_P(Countdown, EveryOperationFailsInTurn)
     RecordProperty("peer_messages", peer_messages);
 
     // Each operation of the camera's kernel, drivers and libraries fails in turn.
-    for (int step : steps(system_ops, kMostSystemSteps)) {
+    for (int step = 1; step <= system_ops; ++step) {
         const Outcome run = run_forked(camera, used, sim::kSystemFaults, step, PeerMode::Silent);
         const std::string where = "step " + std::to_string(step) + " of " + std::to_string(system_ops) +
                                   " (" + (run.failed.empty() ? "?" : run.failed) + ")";
@@ -545,7 +525,7 @@ TEST_P(Countdown, EveryOperationFailsInTurn)
 
     // Each message of a serial peer is the last one heard, or arrives as garbage.
     for (const PeerMode mode : {PeerMode::Silent, PeerMode::Garbage}) {
-        for (int step : steps(peer_messages, kMostPeerSteps)) {
+        for (int step = 1; step <= peer_messages; ++step) {
             const Outcome run = run_forked(camera, used, static_cast<unsigned>(Fault::Peer), step, mode);
             const std::string where = std::string(mode == PeerMode::Silent ? "silent" : "garbage") +
                                       " from message " + std::to_string(step) + " of " +

@@ -1,5 +1,6 @@
-# The recording of a run cut off at a step's time limit (the shell ends it with _exit): the
-# library's look at the software version file before the step is there, and the header.
+# The recording of a run cut off at a step's time limit (the shell ends it with _exit), or stopped
+# by a signal during that step: the library's look at the software version file before the step
+# is there, and the header.
 if(NOT EXISTS "${SCENARIO}")
     message(FATAL_ERROR "a run ended with _exit left no recording: ${SCENARIO} is missing")
 endif()

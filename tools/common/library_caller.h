@@ -49,6 +49,9 @@ class LibraryCode
         syscall(SYS_close, fd);
     }
 
+    // True when the library's code is mapped in this process at all.
+    bool loaded() const { return count_ > 0; }
+
     // True when `address` (a return address) lies in the library's loaded code.
     bool contains(const void *address) const
     {
@@ -86,10 +89,15 @@ class LibraryCode
 };
 
 // The one look per process.
-inline bool called_from_library(const void *return_address)
+inline const LibraryCode &library_code()
 {
     static const LibraryCode code;
-    return code.contains(return_address);
+    return code;
+}
+
+inline bool called_from_library(const void *return_address)
+{
+    return library_code().contains(return_address);
 }
 
 } // namespace clidriver

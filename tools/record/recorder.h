@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <dlfcn.h>
 #include <map>
@@ -39,6 +40,11 @@ struct State {
 
 State &state();
 
+// Whether this process is the one recorded: it runs libclidriver (the camera's shell) and is not
+// a child forked from it. The commands the library starts through popen inherit LD_PRELOAD and so
+// load this layer too; in them it passes every call on and writes nothing.
+bool active();
+
 // Whether a call is to be written down: it comes straight from libclidriver (its return address)
 // and the recording has not been written yet. Fixes the timeline's boot epoch at the first one.
 bool recorded(const void *return_address);
@@ -50,9 +56,13 @@ bool recording();
 int64_t now_ns();
 int64_t boot_epoch();
 
-// Writes the recording into its folder, once; later calls do nothing. Called at the end of the
-// process (destructor, _exit).
-void finish();
+// Writes the recording into its folder, once; a later call waits for that write to end (a bounded
+// time) and does nothing more. Called at the end of the process: destructor, _exit, or a signal
+// that ends it (`ending_signal`, which stays deliverable meanwhile).
+void finish(int ending_signal = 0);
+
+// The signals that end the process by default and that the layer writes the recording for.
+sigset_t ending_signals();
 
 // Keeps errno as the call being recorded left it, whatever the recording does meanwhile.
 class KeepErrno

@@ -22,6 +22,7 @@
 #include "scenario/scenario.h"
 #include "simulated.h"
 #else
+#include "platform_check.h"
 #include "recording.h"
 #endif
 
@@ -138,6 +139,15 @@ int main(int argc, char **argv)
 #if !CLIDRIVER_SHELL_SIMULATED
     if (record_option->count() > 0) {
         if (const int refused = shell::start_recording(record_folder, argv); refused != 0)
+            return refused;
+    }
+    // Before the library runs (with the recording layer in front, when recording): listing and
+    // help need nothing of the platform.
+    const bool calls_the_library = !station.script.empty() || command.empty() ||
+                                   (command.front() != "list" && command.front() != "help");
+    if (calls_the_library) {
+        if (const int refused = shell::report_missing_platform(shell::missing_platform_operations(), stderr);
+            refused != 0)
             return refused;
     }
 #endif

@@ -27,7 +27,9 @@ void Replay::reset(ReplayScript script)
 std::optional<Nanos> Replay::next_clock_read()
 {
     std::lock_guard<std::mutex> hold(mutex_);
-    if (script_.clock_us.empty())
+    // Once the run has left the recording, the camera's clock reads belong to calls this run no
+    // longer makes: following them would throw its time-outs about. Its time is simulated from there.
+    if (script_.clock_us.empty() || departures_ > 0)
         return std::nullopt;
     const Nanos at = script_.clock_us.front() * kMicrosecond;
     script_.clock_us.pop_front();
@@ -40,6 +42,8 @@ Nanos Replay::sleep_length(Nanos asked)
     {
         std::lock_guard<std::mutex> hold(mutex_);
         ++sleeps_done_;
+        if (departures_ > 0)
+            return asked; // as the clock reads: a departed run sleeps what it asks
         // The library's threads (the lamp flasher beside a command) sleep in turns that need not
         // interleave alike on every run: a sleep takes the next recorded one of its length.
         const auto same = std::find_if(script_.sleeps.begin(), script_.sleeps.end(),

@@ -32,11 +32,13 @@ class Replay
     void reset(ReplayScript script = {});
     bool active() const { return active_; }
 
-    // The time the next recorded clock read showed (nanoseconds since boot), if one is left.
+    // The time the next recorded clock read showed (nanoseconds since boot), if one is left and
+    // the run has not departed from the recording (after that its time is the simulated clock's).
     std::optional<Nanos> next_clock_read();
     // How long a sleep of `asked` lasts: what the next recorded sleep of that length took on the
     // camera. One the recording has none of is a departure and lasts what was asked; once every
-    // recorded sleep is used, a sleep is one that outlived the recording and lasts what was asked.
+    // recorded sleep is used, a sleep is one that outlived the recording and lasts what was asked;
+    // after a departure every sleep lasts what was asked.
     Nanos sleep_length(Nanos asked);
 
     // Says where the run left the recording; only the first departure at each place is printed,

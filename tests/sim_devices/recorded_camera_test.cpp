@@ -76,6 +76,11 @@ TEST_F(RecordedCamera, ARequestTheRecordingDoesNotHaveNextIsADeparture)
     const auto ioctls = call.of(sim::Kind::Ioctl);
     ASSERT_EQ(ioctls.size(), 1u);
     EXPECT_EQ(ioctls[0].result, -1);
+    // The recorded clock read (1.5 s) belonged to the line the camera printed after its answer;
+    // the departed run prints another line, on its own simulated time.
+    ASSERT_EQ(call.printed.size(), 1u);
+    EXPECT_EQ(call.printed[0].substr(0, 26), "2026-11-20 08:00:00 000000");
+    EXPECT_EQ(call.waited, 0);
 }
 
 TEST_F(RecordedCamera, OpensGoAsRecordedOneByOne)

@@ -159,11 +159,35 @@ TEST(Limits, MistakesAreRefusedWithTheirReason)
               "'A\\5555555555555555555555': a pattern takes no back-references and must stay small");
     EXPECT_EQ(refusal(", chip ~ \"A{99999999999999999999}\""),
               "'A{99999999999999999999}': a pattern takes no back-references and must stay small");
+    // A control escape takes the character after \c as its letter, a backslash too: what follows
+    // that is a back-reference (found by fuzzing).
+    EXPECT_EQ(refusal(", chip ~ \"A\\c\\\\5555555555555555555555\""),
+              "'A\\c\\\\5555555555555555555555': a pattern takes no back-references and must stay small");
     EXPECT_EQ(refusal(", chip ~ \"A{2,99999}\""),
               "'A{2,99999}': a pattern takes no back-references and must stay small");
     EXPECT_TRUE(keeps("chip ~ \"^HI\\d{4}[AD]$\"", "chip", "HI3516A"))
         << "counts and escapes of a plain pattern";
     EXPECT_TRUE(keeps("chip ~ \"\\{9999999\"", "chip", "{9999999")) << "an escaped brace is a brace";
+    // Repetitions whose copies multiply past what a line's pattern needs: the compiler would build
+    // up to 100,000 states first, seconds of work on a camera (found by fuzzing).
+    EXPECT_EQ(refusal(", chip ~ \"\t{1,8822}+{0,122}\""),
+              "'\t{1,8822}+{0,122}': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"(A{100}){100}\""),
+              "'(A{100}){100}': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"A{5000}\""),
+              "'A{5000}': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"((A|B){70}[0-9]{70}){10}\""),
+              "'((A|B){70}[0-9]{70}){10}': a pattern takes no back-references and must stay small");
+    EXPECT_EQ(refusal(", chip ~ \"" + std::string(40, '(') + "A" + std::string(40, ')') + "\""),
+              "'" + std::string(40, '(') + "A" + std::string(40, ')') +
+                  "': a pattern takes no back-references and must stay small")
+        << "groups nested deeper than the compiler should recurse";
+    EXPECT_TRUE(keeps("chip ~ \"^A{400}$\"", "chip", std::string(400, 'A'))) << "a long count on its own";
+    EXPECT_TRUE(keeps("chip ~ \"^(HI(35|37)[0-9]{2}(A|D|V)?){1,3}$\"", "chip", "HI3516AHI3519V"))
+        << "groups, alternatives and counts of a real pattern";
+    EXPECT_TRUE(keeps("chip ~ \"" + std::string(30, '(') + "A" + std::string(30, ')') + "\"", "chip", "A"))
+        << "thirty nested groups";
+    EXPECT_TRUE(keeps("chip ~ \"[{]{3}x\"", "chip", "{{{x")) << "a brace in brackets is listed, not a count";
     EXPECT_EQ(refusal(", chip = \"open"), "a quote is not closed");
     EXPECT_EQ(refusal(", retry"), "retry takes a count: retry 2");
     EXPECT_EQ(refusal(", retry 101").substr(0, 7), "retry: ");

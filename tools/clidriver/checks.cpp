@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 #include "number.h"
@@ -90,17 +91,132 @@ std::string names_of(const std::vector<Quantity> &measured)
     return names.empty() ? "none" : names;
 }
 
-// What std::regex must not be handed: a back-reference (the breadth-first matcher takes none) and
-// a repetition count too large to hold (libstdc++ reads the digits of "\5555..." and "{99999...}"
-// into a long without a bound, which overflows). Empty when the pattern may go on to be compiled.
+// The characters of the escape at `at` (a backslash): the backslash and the character after it,
+// or three for a control escape, "\cX", whose letter X the pattern compiler takes whatever it is,
+// a backslash too ("\c\\5" is a control character and a back-reference \5).
+size_t escape_length(const std::string &pattern, size_t at)
+{
+    if (at + 1 >= pattern.size())
+        return 1;
+    return pattern[at + 1] == 'c' && at + 2 < pattern.size() ? 3 : 2;
+}
+
+// How many matcher states a pattern comes to, at most: std::regex copies a group or character
+// once per count of a repetition ("x{1,500}" is 500 copies of x, and "(x{100}){100}" ten
+// thousand), so counts multiply along a chain of repetitions and down nested groups; '*', '+'
+// and '?' only loop. Saturates far above any limit. Groups nested deeper than the compiler should recurse
+// come out as too many.
+uint64_t pattern_states(const std::string &pattern)
+{
+    constexpr uint64_t kSaturated = uint64_t{1} << 40;
+    constexpr size_t kDeepestGroups = 32;
+    struct Group {
+        uint64_t alternatives = 0; // the states of the alternatives before the current one
+        uint64_t current = 0;      // the states of the current alternative so far
+        uint64_t last = 0;         // of those, the last atom's with its repetitions
+    };
+    const auto cap = [&](uint64_t value) { return std::min(value, kSaturated); };
+    std::vector<Group> open(1);
+    const auto add_atom = [&](uint64_t states) {
+        open.back().last = states;
+        open.back().current = cap(open.back().current + states);
+    };
+    const auto repeat = [&](uint64_t times) {
+        Group &group = open.back();
+        group.current -= group.last;
+        group.last = cap(group.last * times);
+        group.current = cap(group.current + group.last);
+    };
+    const auto loop = [&] {
+        Group &group = open.back();
+        group.last = cap(group.last + 1);
+        group.current = cap(group.current + 1);
+    };
+    const auto close = [&] {
+        const uint64_t states = cap(open.back().alternatives + open.back().current + 2);
+        open.pop_back();
+        add_atom(states);
+    };
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        const char c = pattern[i];
+        if (c == '\\') {
+            i += escape_length(pattern, i) - 1; // an escape is one atom
+            add_atom(1);
+        } else if (c == '[') {
+            // A bracket expression is one atom, whatever it lists; a ']' first in it is listed.
+            size_t k = i + 1;
+            if (k < pattern.size() && pattern[k] == '^')
+                ++k;
+            if (k < pattern.size() && pattern[k] == ']')
+                ++k;
+            while (k < pattern.size() && pattern[k] != ']')
+                k += pattern[k] == '\\' ? escape_length(pattern, k) : 1;
+            i = k;
+            add_atom(1);
+        } else if (c == '(') {
+            if (open.size() > kDeepestGroups)
+                return kSaturated;
+            open.emplace_back();
+            if (i + 2 < pattern.size() && pattern[i + 1] == '?')
+                i += 2; // (?: (?= (?!
+        } else if (c == ')' && open.size() > 1) {
+            close();
+        } else if (c == '|') {
+            Group &group = open.back();
+            group.alternatives = cap(group.alternatives + group.current + 1);
+            group.current = 0;
+            group.last = 0;
+        } else if (c == '*' || c == '+' || c == '?') {
+            loop(); // a loop around the atom: no copies
+        } else if (c == '{') {
+            // {n}, {n,} or {n,m}: as many copies as the larger count (one more for an open end).
+            uint64_t counts[2] = {0, 0};
+            int which = 0;
+            bool open_end = false;
+            size_t k = i + 1;
+            for (; k < pattern.size() && pattern[k] != '}'; ++k) {
+                if (pattern[k] == ',' && which == 0) {
+                    which = 1;
+                    open_end = true;
+                } else if (pattern[k] >= '0' && pattern[k] <= '9') {
+                    counts[which] = cap(counts[which] * 10 + static_cast<uint64_t>(pattern[k] - '0'));
+                    open_end = false;
+                } else {
+                    break;
+                }
+            }
+            if (k < pattern.size() && pattern[k] == '}' && k > i + 1) {
+                repeat(std::max<uint64_t>(std::max(counts[0], counts[1]) + (open_end ? 1 : 0), 1));
+                i = k;
+            } else {
+                add_atom(1); // a brace that opens no count stands for itself
+            }
+        } else {
+            add_atom(1);
+        }
+    }
+    while (open.size() > 1)
+        close();
+    return cap(open.back().alternatives + open.back().current);
+}
+
+// What std::regex must not be handed: a back-reference (the breadth-first matcher takes none), a
+// repetition count too large to hold (libstdc++ reads the digits of "\5555..." and "{99999...}"
+// into a long without a bound, which overflows), and repetitions that come to more states than a
+// script line's pattern needs: libstdc++ builds up to 100,000 before it gives up, which takes
+// seconds on a camera, and its compiler recurses once per nested group. Empty when the pattern
+// may go on to be compiled.
 std::string pattern_refusal(const std::string &pattern)
 {
     constexpr size_t kLongestCount = 4; // counts up to 9999; more would exceed the matcher's states anyway
+    constexpr uint64_t kMostStates = 4096;
+    if (pattern_states(pattern) > kMostStates)
+        return "'" + pattern + "': a pattern takes no back-references and must stay small";
     for (size_t i = 0; i < pattern.size(); ++i) {
         if (pattern[i] == '\\' && i + 1 < pattern.size()) {
             if (pattern[i + 1] >= '1' && pattern[i + 1] <= '9')
                 return "'" + pattern + "': a pattern takes no back-references and must stay small";
-            ++i; // an escaped character stands for itself
+            i += escape_length(pattern, i) - 1; // an escape stands for one character
             continue;
         }
         if (pattern[i] != '{')

@@ -1,11 +1,16 @@
 // A program with signal handling of its own, as the camera's shell has, run with or without the
 // recording layer in front: what it sees of the signals' actions must be what it set, and a
 // signal it leaves at the default must still end it by that signal. Prints each check it fails
-// and exits 1; with every check held it ends itself by SIGTERM after one library command.
+// and exits 1; with every check held it runs one library command and then ends as its argument
+// says: TERM (the default) raises SIGTERM, QUIT raises SIGQUIT, SEGV writes through a null
+// pointer, PIPE writes into a pipe nobody reads, ABRT aborts.
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <string>
+#include <unistd.h>
 
 #include "clidriver/clidriver.h"
 
@@ -39,8 +44,9 @@ sighandler_t action_of(int signal_number)
 
 } // namespace
 
-int main()
+int main(int argc, char **argv)
 {
+    const std::string end = argc > 1 ? argv[1] : "TERM";
     setvbuf(stdout, nullptr, _IONBF, 0);
     for (const int signal_number : {SIGINT, SIGTERM, SIGQUIT, SIGPIPE, SIGSEGV, SIGABRT})
         check(action_of(signal_number) == SIG_DFL, "an ending signal does not read as its default action");
@@ -83,8 +89,23 @@ int main()
         return 1;
     // One command of the library's, then the signal left at its default ends the program.
     printf("command returned %u\n", static_cast<unsigned>(CLI_GetCpuInfo()));
-    printf("ending by SIGTERM\n");
-    raise(SIGTERM);
-    printf("signal probe: SIGTERM at its default did not end the program\n");
+    printf("ending by SIG%s\n", end.c_str());
+    if (end == "TERM") {
+        raise(SIGTERM);
+    } else if (end == "QUIT") {
+        raise(SIGQUIT);
+    } else if (end == "SEGV") {
+        int *volatile nowhere = nullptr;
+        *nowhere = 1;
+    } else if (end == "PIPE") {
+        int ends[2] = {-1, -1};
+        if (pipe(ends) == 0) {
+            close(ends[0]);
+            (void)!write(ends[1], "x", 1);
+        }
+    } else if (end == "ABRT") {
+        abort();
+    }
+    printf("signal probe: SIG%s did not end the program\n", end.c_str());
     return 1;
 }
